@@ -1,0 +1,13 @@
+#!/usr/bin/env bash
+# Installs the Debian packages named as arguments that are not installed yet; silent and quick
+# when they all are.
+set -euo pipefail
+missing=()
+for pkg in "$@"; do
+    dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed' || missing+=("$pkg")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+echo "installing: ${missing[*]}" >&2
+export DEBIAN_FRONTEND=noninteractive
+apt-get update -qq >/dev/null
+apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

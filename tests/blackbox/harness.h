@@ -1,0 +1,56 @@
+// Runs tarnnetdtool-sim as a process and compares what it did with a case's expectations.
+#ifndef TESTS_BLACKBOX_HARNESS_H
+#define TESTS_BLACKBOX_HARNESS_H
+
+#include <gtest/gtest.h>
+#include <json/value.h>
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace blackbox {
+
+struct Run {
+    std::string out;
+    std::string err;
+    int status = -1;                   // exit status, or 128 + signal
+    std::vector<Json::Value> journal;  // syslog texts as "tarnnetdtool:N <message>"
+    std::vector<int> logLines;         // the line numbers taken out of the syslog texts
+};
+
+// Runs the simulated tool with argv[0] "tarnnetdtool" (or `argv0`) and the given arguments.
+Run RunSim(const std::vector<std::string>& args, const std::string& scenario = "", const std::string& argv0 = "tarnnetdtool");
+
+enum class Journal { Exact, Contains, Ignore };
+
+// One black-box row. `journal` is JSON lines; with Journal::Contains each expected event must
+// match a later actual event with the same "op" and equal values for the members it names.
+struct Case {
+    std::string name;
+    std::vector<std::string> args;
+    std::string scenario;
+    std::string out;
+    std::string err;
+    int status = 0;
+    std::string journal;
+    Journal check = Journal::Exact;
+};
+
+// Runs the case and reports every difference.
+void Check(const Case& c);
+
+std::vector<Json::Value> ParseLines(const std::string& lines);
+::testing::AssertionResult JournalEquals(const std::vector<Json::Value>& actual, const std::string& expected);
+::testing::AssertionResult JournalContains(const std::vector<Json::Value>& actual, const std::string& expected);
+
+// gtest parameter names from Case::name.
+struct CaseName {
+    std::string operator()(const ::testing::TestParamInfo<Case>& info) const { return info.param.name; }
+};
+
+inline void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
+
+}  // namespace blackbox
+
+#endif

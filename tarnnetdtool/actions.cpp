@@ -1,12 +1,20 @@
 #include "actions.h"
 
+#include "gateway/gateway.h"
+#include "ipv6router/ipv6router.h"
+#include "multigateway/multigateway.h"
+#include "route/route.h"
 #include "tarncore.h"
 
 #include <errno.h>
 
 #include <iostream>
 
-const std::vector<Action> kActions = {};
+const std::vector<Action> kActions = {
+    {"--gen-DUID", GenDUID},
+    {"--get-ipv6-router-interface", GetIPv6RouterInterface},
+    {"--get-internal-network", GetInternalNetwork},
+};
 
 namespace {
 

@@ -14,6 +14,11 @@ const std::vector<Action> kActions = {
     {"--gen-DUID", GenDUID},
     {"--get-ipv6-router-interface", GetIPv6RouterInterface},
     {"--get-internal-network", GetInternalNetwork},
+    {"--add-policy-route-rule", AddPolicyRouteRule},
+    {"--del-policy-route-rule", DelPolicyRouteRule},
+    {"--enable-route-table", EnableRouteTable},
+    {"--disable-route-table", DisableRouteTable},
+    {"--refresh-route-table", RefreshRouteTable},
 };
 
 namespace {

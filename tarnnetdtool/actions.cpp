@@ -14,6 +14,13 @@ const std::vector<Action> kActions = {
     {"--gen-DUID", GenDUID},
     {"--get-ipv6-router-interface", GetIPv6RouterInterface},
     {"--get-internal-network", GetInternalNetwork},
+    {"--get-route-tables", GetRouteTables},
+    {"--add-policy-route-rule", AddPolicyRouteRule},
+    {"--del-policy-route-rule", DelPolicyRouteRule},
+    {"--enable-route-table", EnableRouteTable},
+    {"--disable-route-table", DisableRouteTable},
+    {"--refresh-route-table", RefreshRouteTable},
+    {"--refresh-static-route-rules", RefreshStaticRouteRules},
 };
 
 namespace {

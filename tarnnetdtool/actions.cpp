@@ -14,6 +14,7 @@ const std::vector<Action> kActions = {
     {"--gen-DUID", GenDUID},
     {"--get-ipv6-router-interface", GetIPv6RouterInterface},
     {"--get-internal-network", GetInternalNetwork},
+    {"--apply-new-prefix", ApplyNewPrefix},
 };
 
 namespace {

@@ -15,6 +15,7 @@ const std::vector<Action> kActions = {
     {"--get-ipv6-router-interface", GetIPv6RouterInterface},
     {"--get-internal-network", GetInternalNetwork},
     {"--apply-new-prefix", ApplyNewPrefix},
+    {"--init-ipv6-router", InitIPv6Router},
 };
 
 namespace {

@@ -21,6 +21,8 @@ const std::vector<Action> kActions = {
     {"--disable-route-table", DisableRouteTable},
     {"--refresh-route-table", RefreshRouteTable},
     {"--refresh-static-route-rules", RefreshStaticRouteRules},
+    {"--apply-new-prefix", ApplyNewPrefix},
+    {"--init-ipv6-router", InitIPv6Router},
 };
 
 namespace {

@@ -16,6 +16,12 @@ int GetInternalNetwork(int argc, char** argv);
 // router lock. 0 when the walk ran, -1 when nothing could be done.
 int ApplyPrefixOnInterface(const std::string& ifname);
 
+// Serialises prefix redistribution between processes of --apply-new-prefix and --init-ipv6-router.
+inline constexpr char kRouterLockPath[] = "/tmp/lock/lock_ipv6_router";
+
+// ApplyPrefixOnInterface, logging its failure against `ifname`; 0 or -1.
+int ApplyPrefixOrLog(const char* ifname);
+
 // Adds "network/length" of every network that `query` gives for lbr0, then gbr0, to `set`.
 void CollectInternalNetworks(std::set<std::string>& set, tarnnetwork::utils::AddressList (*query)(const std::string&));
 

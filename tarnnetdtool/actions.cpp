@@ -14,6 +14,10 @@ const std::vector<Action> kActions = {
     {"--gen-DUID", GenDUID},
     {"--get-ipv6-router-interface", GetIPv6RouterInterface},
     {"--get-internal-network", GetInternalNetwork},
+    {"--get-gateway-data-by-interface", GetGatewayDataByInterface},
+    {"--get-interface-by-class", GetInterfaceByClass},
+    {"--get-gateway-list-data", GetGatewayListData},
+    {"--is-server-ready", IsServerReady},
 };
 
 namespace {

@@ -15,9 +15,15 @@ const std::vector<Action> kActions = {
     {"--get-ipv6-router-interface", GetIPv6RouterInterface},
     {"--get-internal-network", GetInternalNetwork},
     {"--get-gateway-data-by-interface", GetGatewayDataByInterface},
+    {"--set-slave-data", SetSlaveData},
     {"--get-interface-by-class", GetInterfaceByClass},
     {"--get-gateway-list-data", GetGatewayListData},
+    {"--refresh-gateway", RefreshGateway},
+    {"--reset-ipv6-module", ResetIPv6Module},
     {"--is-server-ready", IsServerReady},
+    {"--add-gateway-info", AddGatewayInfo},
+    {"--del-gateway-info", DelGatewayInfo},
+    {"--copy-gateway-info", CopyGatewayInfo},
 };
 
 namespace {

@@ -23,6 +23,16 @@ const std::vector<Action> kActions = {
     {"--refresh-static-route-rules", RefreshStaticRouteRules},
     {"--apply-new-prefix", ApplyNewPrefix},
     {"--init-ipv6-router", InitIPv6Router},
+    {"--get-gateway-data-by-interface", GetGatewayDataByInterface},
+    {"--set-slave-data", SetSlaveData},
+    {"--get-interface-by-class", GetInterfaceByClass},
+    {"--get-gateway-list-data", GetGatewayListData},
+    {"--refresh-gateway", RefreshGateway},
+    {"--reset-ipv6-module", ResetIPv6Module},
+    {"--is-server-ready", IsServerReady},
+    {"--add-gateway-info", AddGatewayInfo},
+    {"--del-gateway-info", DelGatewayInfo},
+    {"--copy-gateway-info", CopyGatewayInfo},
 };
 
 namespace {

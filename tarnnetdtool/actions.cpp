@@ -14,6 +14,10 @@ const std::vector<Action> kActions = {
     {"--gen-DUID", GenDUID},
     {"--get-ipv6-router-interface", GetIPv6RouterInterface},
     {"--get-internal-network", GetInternalNetwork},
+    {"--enable-multi-gateway", EnableMultiGateway},
+    {"--disable-multi-gateway", DisableMultiGateway},
+    {"--enable-multi-gateway-v6", EnableMultiGatewayV6},
+    {"--disable-multi-gateway-v6", DisableMultiGatewayV6},
 };
 
 namespace {

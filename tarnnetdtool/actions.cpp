@@ -33,6 +33,10 @@ const std::vector<Action> kActions = {
     {"--add-gateway-info", AddGatewayInfo},
     {"--del-gateway-info", DelGatewayInfo},
     {"--copy-gateway-info", CopyGatewayInfo},
+    {"--enable-multi-gateway", EnableMultiGateway},
+    {"--disable-multi-gateway", DisableMultiGateway},
+    {"--enable-multi-gateway-v6", EnableMultiGatewayV6},
+    {"--disable-multi-gateway-v6", DisableMultiGatewayV6},
 };
 
 namespace {

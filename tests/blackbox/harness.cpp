@@ -49,6 +49,7 @@ std::string ReadFile(const fs::path& path) {
 
 Json::Value ParseLine(const std::string& line) {
     Json::CharReaderBuilder builder;
+    builder["failIfExtra"] = true;  // two events on one line would otherwise check only the first
     Json::Value v;
     std::string errors;
     std::istringstream in(line);

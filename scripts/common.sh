@@ -2,12 +2,11 @@
 BUILD_PACKAGES=(cmake make g++ pkg-config libjsoncpp-dev libboost-dev libgtest-dev)
 TEST_PACKAGES=()
 
-# build DIR [cmake options...]: configures once, then builds incrementally.
+# build DIR [cmake options...]: configures (again, so that options given now take effect over
+# an existing build directory), then builds incrementally.
 build() {
     local dir=$1
     shift
-    if [ ! -f "$dir/CMakeCache.txt" ]; then
-        cmake -S "$ROOT" -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >/dev/null
-    fi
+    cmake -S "$ROOT" -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >/dev/null
     cmake --build "$dir" -j "$(nproc)" -- --no-print-directory >/dev/null
 }

@@ -1,13 +1,14 @@
-# Shared by run.sh and test.sh: the packages of the build and a configure-and-build step.
-BUILD_PACKAGES=(cmake make g++ pkg-config libjsoncpp-dev libboost-dev libgtest-dev)
-TEST_PACKAGES=()
+# Shared by run.sh, test.sh and the benchmark: the packages of the build, of the system tests
+# and of the benchmark, and a configure-and-build step.
+BUILD_PACKAGES=(cmake make g++ pkg-config libjsoncpp-dev libboost-dev libgtest-dev libnl-route-3-dev)
+TEST_PACKAGES=(busybox iproute2 util-linux)
+BENCH_PACKAGES=(hyperfine iproute2 util-linux)
 
-# build DIR [cmake options...]: configures once, then builds incrementally.
+# build DIR [cmake options...]: configures (again, so that options given now take effect over
+# an existing build directory), then builds incrementally.
 build() {
     local dir=$1
     shift
-    if [ ! -f "$dir/CMakeCache.txt" ]; then
-        cmake -S "$ROOT" -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >/dev/null
-    fi
+    cmake -S "$ROOT" -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >/dev/null
     cmake --build "$dir" -j "$(nproc)" -- --no-print-directory >/dev/null
 }

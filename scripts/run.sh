@@ -5,4 +5,4 @@ ROOT=$(cd "$(dirname "$0")/.." && pwd)
 . "$ROOT/scripts/common.sh"
 "$ROOT/scripts/deps.sh" "${BUILD_PACKAGES[@]}"
 build "$ROOT/build" -DBUILD_TESTING=OFF
-exec "$ROOT/build/tarnnetdtool-sim" "$@"
+exec "$ROOT/build/tarnnetdtool" "$@"

@@ -1,0 +1,73 @@
+// The file lock between processes (two open files of one path conflict like two processes).
+#include "linux/linux.h"
+#include "tarnnetwork.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <future>
+#include <thread>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using tarnnetwork::utils::FileLock;
+
+class Lock : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::string pattern = (fs::temp_directory_path() / "tarnlock-XXXXXX").string();
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        dir_ = pattern;
+        path_ = (dir_ / "lock" / "lock_ipv6_router").string();
+    }
+    void TearDown() override { fs::remove_all(dir_); }
+    // Whether another opener gets the lock within `limit`, and how long it tried.
+    std::pair<bool, std::chrono::steady_clock::duration> TryFor(std::chrono::milliseconds limit) const {
+        tarnlinux::Fd fd(open(path_.c_str(), O_RDONLY | O_CLOEXEC));
+        auto start = std::chrono::steady_clock::now();
+        bool taken = fd.Get() >= 0 && tarnlinux::FlockWithin(fd.Get(), limit);
+        return {taken, std::chrono::steady_clock::now() - start};
+    }
+    fs::path dir_;
+    std::string path_;
+};
+
+TEST_F(Lock, WaiterGivesUpAtItsLimitAndGetsItFromAShortHolder) {
+    FileLock holder(path_, true);
+    ASSERT_TRUE(holder.Lock());
+    auto [taken, waited] = TryFor(200ms);
+    EXPECT_FALSE(taken);
+    EXPECT_GE(waited, 200ms);
+    EXPECT_LT(waited, 2s);
+
+    auto release = std::async(std::launch::async, [&holder] {
+        std::this_thread::sleep_for(150ms);
+        holder.Unlock();
+    });
+    std::tie(taken, waited) = TryFor(5s);
+    release.wait();
+    EXPECT_TRUE(taken);
+    EXPECT_GE(waited, 100ms);
+}
+
+TEST_F(Lock, UnlockIsHarmlessAndDestructionReleases) {
+    {
+        FileLock held(path_, true);
+        EXPECT_EQ(held.Unlock(), 0);
+        ASSERT_TRUE(held.Lock());
+        EXPECT_FALSE(TryFor(0ms).first);
+        EXPECT_EQ(held.Unlock(), 0);
+        EXPECT_EQ(held.Unlock(), 0);
+        EXPECT_TRUE(TryFor(0ms).first);
+        ASSERT_TRUE(held.Lock());
+    }
+    EXPECT_TRUE(TryFor(0ms).first);
+    FileLock existingOnly((dir_ / "other" / "lock").string(), false);
+    EXPECT_FALSE(existingOnly.Lock());
+    EXPECT_FALSE(fs::exists(dir_ / "other"));
+}
+
+}  // namespace

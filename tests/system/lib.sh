@@ -1,0 +1,39 @@
+# Sourced by every system test, called as: <test>.sh TOOL PROBE
+# Re-runs the test as root inside network and mount namespaces of its own, with a private
+# /tmp, so that nothing it creates reaches the host; exits 77 (skipped) where that is not
+# possible.
+SKIP=77
+TOOL=$1
+PROBE=$2
+
+skip() {
+    echo "skipped: $*"
+    exit $SKIP
+}
+
+if [ -z "${TARN_IN_NAMESPACES:-}" ]; then
+    [ "$(id -u)" = 0 ] || skip "needs root"
+    command -v unshare >/dev/null || skip "no unshare"
+    command -v ip >/dev/null || skip "no ip"
+    unshare --net --mount true 2>/dev/null || skip "namespaces not permitted here"
+    TARN_IN_NAMESPACES=1 exec unshare --net --mount --propagation private "$0" "$@"
+fi
+mount -t tmpfs tarn-test /tmp
+ip link set lo up
+
+fail() {
+    echo "FAIL: $*" >&2
+    exit 1
+}
+
+# expect_eq ACTUAL EXPECTED WHAT
+expect_eq() {
+    [ "$1" = "$2" ] || fail "$3: expected [$2], got [$1]"
+}
+
+# veth NAME: NAME and its peer NAMEp, both up (the kernel here has no dummy interfaces).
+veth() {
+    ip link add "$1" type veth peer name "$1p"
+    ip link set "$1" up
+    ip link set "$1p" up
+}

@@ -1,0 +1,24 @@
+#!/bin/sh
+# The router lock: a second process waits while the first holds it, then gets it.
+set -eu
+. "$(dirname "$0")/lib.sh"
+
+lock=/tmp/lock/lock_ipv6_router
+holder=
+trap '[ -n "$holder" ] && kill "$holder" 2>/dev/null; true' EXIT
+"$PROBE" lock "$lock" 1500 >/tmp/holder.out &
+holder=$!
+for _ in $(seq 50); do
+    grep -q '^locked' /tmp/holder.out && break
+    sleep 0.1
+done
+grep -q '^locked' /tmp/holder.out || fail "holder never took the lock"
+[ -d /tmp/lock ] || fail "lock directory not created"
+
+out=$("$PROBE" lock "$lock" 0) || fail "waiter: exit status $?"
+waited=$(echo "$out" | sed -n 's/^locked after \([0-9]*\) ms$/\1/p')
+[ -n "$waited" ] || fail "waiter printed [$out]"
+[ "$waited" -ge 1000 ] || fail "waiter got the lock after $waited ms while it was held"
+wait "$holder" || fail "holder: exit status $?"
+holder=
+echo ok

@@ -83,8 +83,6 @@ AddressLookup GetIfconfigAddress(const std::string& ifname, char* line) {
     LineForm form = ReadAddressLine(ifname, line);
     if (form == LineForm::kFailed) return AddressLookup::kFailed;
     if (form == LineForm::kNone) return AddressLookup::kNoAddress;
-    // The line end would otherwise stay on an address that ends the line.
-    line[std::strcspn(line, "\n")] = '\0';
     SzList words(kTokenListSize);
     if (!words) {
         TOOL_LOG(LOG_ERR, "Failed to alloc memory.");
@@ -95,6 +93,8 @@ AddressLookup GetIfconfigAddress(const std::string& ifname, char* line) {
     if (word == nullptr) return AddressLookup::kNoAddress;
     std::snprintf(line, kLineSize, "%s", word);
     TLIBCStrReplace(line, "addr:", "", 0, kLineSize);
+    // An address that ends the ifconfig line still carries the line end.
+    line[std::strcspn(line, "\r\n")] = '\0';
     return line[0] != '\0' ? AddressLookup::kFound : AddressLookup::kNoAddress;
 }
 

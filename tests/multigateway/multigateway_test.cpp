@@ -71,7 +71,7 @@ std::string Run4(const std::string& rule) {
     {"op":"TLIBCPopen","args":["/sbin/ifconfig","r","eth0"],"result":"ptr"}
     {"op":"TLIBCPclose","args":[null],"result":0}
     {"op":"TLIBCSzListAlloc","args":[512],"result":"ptr"}
-    {"op":"TLIBCStrSep","args":["  inet addr:192.0.2.10  Bcast:192.0.2.255  Mask:255.255.255.0"," ",null],"result":4}
+    {"op":"TLIBCStrSep","args":["  inet addr:192.0.2.10  Bcast:192.0.2.255  Mask:255.255.255.0\n"," ",null],"result":4}
     {"op":"TLIBCStrReplace","args":["addr:192.0.2.10","addr:","",0,1024],"result":1}
     {"op":"TLIBCSzListFree","args":[null]}
     )" + rule +
@@ -166,7 +166,7 @@ INSTANTIATE_TEST_SUITE_P(
                Journal::Contains, "PolicyRoute.AddRule"),
         Expect("NewerForm", {kOff4}, Wans(R"(eth0: flags=4163<UP>\n        inet 198.51.100.10  netmask 255.255.255.0\n)"), "", 0,
                R"(
-            {"op":"TLIBCStrSep","args":["        inet 198.51.100.10  netmask 255.255.255.0"," ",null],"result":4}
+            {"op":"TLIBCStrSep","args":["        inet 198.51.100.10  netmask 255.255.255.0\n"," ",null],"result":4}
             {"op":"TLIBCStrReplace","args":["198.51.100.10","addr:","",0,1024],"result":0}
             {"op":"PolicyRoute.EnableTable","args":[0,"eth0","198.51.100.10"],"result":0})"),
         Expect("FirstInetAddrLineCounts", {kOn4}, Wans(R"(inet addr:192.0.2.10  Mask:255.0.0.0\n  inet addr:192.0.2.20\n)"), "",

@@ -94,6 +94,7 @@ TEST(Dispatcher, BadScenarioStopsBeforeTheTool) {
 
 TEST(ActionTable, NamesAreUniqueHandledAndListed) {
     std::string usage = Usage("tarnnetdtool");
+    EXPECT_EQ(kActions.size(), 26u);
     std::set<std::string> names;
     for (const Action& action : kActions) {
         EXPECT_TRUE(names.insert(action.name).second) << "duplicate " << action.name;

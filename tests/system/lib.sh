@@ -18,7 +18,17 @@ if [ -z "${TARN_IN_NAMESPACES:-}" ]; then
     unshare --net --mount true 2>/dev/null || skip "namespaces not permitted here"
     TARN_IN_NAMESPACES=1 exec unshare --net --mount --propagation private "$0" "$@"
 fi
+# The private /tmp may hide the binaries (a build under /tmp), so they are copied into it
+# through descriptors opened before the mount.
+exec 8<"$TOOL" 9<"$PROBE"
 mount -t tmpfs tarn-test /tmp
+mkdir /tmp/bin
+cp /proc/self/fd/8 /tmp/bin/tarnnetdtool
+cp /proc/self/fd/9 /tmp/bin/platform_probe
+chmod 755 /tmp/bin/tarnnetdtool /tmp/bin/platform_probe
+exec 8<&- 9<&-
+TOOL=/tmp/bin/tarnnetdtool
+PROBE=/tmp/bin/platform_probe
 ip link set lo up
 
 fail() {

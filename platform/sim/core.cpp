@@ -137,9 +137,7 @@ int TLIBCFileGetKeyValue(const char* path, const char* key, char* buf, int size,
 }
 
 int TLIBCFileSetLine(const char* path, const char* key, const char* line, int flags) {
-    int result = sim::IntResult("TLIBCFileSetLine", 1);
-    sim::Record("TLIBCFileSetLine", sim::Args(Text(path), Text(key), Text(line), flags), result);
-    return result;
+    return sim::IntAnswer("TLIBCFileSetLine", sim::Args(Text(path), Text(key), Text(line), flags), 1);
 }
 
 int TLIBCExec(const char* path, ...) {
@@ -149,9 +147,7 @@ int TLIBCExec(const char* path, ...) {
     va_end(ap);
     Json::Value args = sim::Args(Text(path));
     for (const std::string& arg : program) args.append(arg);
-    int result = sim::IntResult("TLIBCExec", 0);
-    sim::Record("TLIBCExec", args, result);
-    return result;
+    return sim::IntAnswer("TLIBCExec", args, 0);
 }
 
 void TLIBCBannerPrint(void) { sim::Record("TLIBCBannerPrint"); }

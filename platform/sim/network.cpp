@@ -34,23 +34,12 @@ Json::Value GatewayEntryOf(const Json::Value& request) {
     return Json::Value(Json::objectValue);
 }
 
-// The plain request operations: journal the request, answer from "results" or 0.
-int Plain(const char* op, const Json::Value& request) {
-    int result = sim::IntResult(op, 0);
-    sim::Record(op, sim::Args(request), result);
-    return result;
-}
-
 }  // namespace
 
 NetClient::NetClient() { sim::Record("NetClient.NetClient"); }
 NetClient::~NetClient() { sim::Record("NetClient.~NetClient"); }
 
-bool NetClient::IsServerReady() const {
-    bool ready = sim::BoolResult("NetClient.IsServerReady", true);
-    sim::Record("NetClient.IsServerReady", Json::Value(), ready);
-    return ready;
-}
+bool NetClient::IsServerReady() const { return sim::BoolAnswer("NetClient.IsServerReady", Json::Value(), true); }
 
 int NetClient::GetGatewayListData(Json::Value& request, Json::Value& response) {
     Json::Value args = sim::Args(request, Json::Value());
@@ -68,16 +57,16 @@ int NetClient::GetGatewayDataByInterface(Json::Value& request, Json::Value& resp
     return result;
 }
 
-int NetClient::AddGatewayData(Json::Value& request) { return Plain("NetClient.AddGatewayData", request); }
-int NetClient::DelGatewayData(Json::Value& request) { return Plain("NetClient.DelGatewayData", request); }
-int NetClient::CopyGatewayData(Json::Value& request) { return Plain("NetClient.CopyGatewayData", request); }
-int NetClient::RefreshGateway(Json::Value& request) { return Plain("NetClient.RefreshGateway", request); }
-int NetClient::SetSlaveData(Json::Value& request) { return Plain("NetClient.SetSlaveData", request); }
+int NetClient::AddGatewayData(Json::Value& request) { return sim::IntAnswer("NetClient.AddGatewayData", sim::Args(request), 0); }
+int NetClient::DelGatewayData(Json::Value& request) { return sim::IntAnswer("NetClient.DelGatewayData", sim::Args(request), 0); }
+int NetClient::CopyGatewayData(Json::Value& request) {
+    return sim::IntAnswer("NetClient.CopyGatewayData", sim::Args(request), 0);
+}
+int NetClient::RefreshGateway(Json::Value& request) { return sim::IntAnswer("NetClient.RefreshGateway", sim::Args(request), 0); }
+int NetClient::SetSlaveData(Json::Value& request) { return sim::IntAnswer("NetClient.SetSlaveData", sim::Args(request), 0); }
 
 int NetClient::ResetIPv6Module(const std::string& ifname) {
-    int result = sim::IntResult("NetClient.ResetIPv6Module", 0);
-    sim::Record("NetClient.ResetIPv6Module", sim::Args(ifname), result);
-    return result;
+    return sim::IntAnswer("NetClient.ResetIPv6Module", sim::Args(ifname), 0);
 }
 
 }  // namespace dbus
@@ -101,12 +90,6 @@ Json::Value RuleOf(const PolicyRouteRule& rule) {
     return v;
 }
 
-int Answer(const char* op, const Json::Value& args) {
-    int result = sim::IntResult(op, 0);
-    sim::Record(op, args, result);
-    return result;
-}
-
 }  // namespace
 
 int FilterList(std::string cls, Json::Value& list) {
@@ -120,18 +103,20 @@ int FilterList(std::string cls, Json::Value& list) {
 PolicyRoute::PolicyRoute() { sim::Record("PolicyRoute.PolicyRoute"); }
 PolicyRoute::~PolicyRoute() { sim::Record("PolicyRoute.~PolicyRoute"); }
 
-int PolicyRoute::AddRule(const PolicyRouteRule& rule) { return Answer("PolicyRoute.AddRule", sim::Args(RuleOf(rule))); }
+int PolicyRoute::AddRule(const PolicyRouteRule& rule) {
+    return sim::IntAnswer("PolicyRoute.AddRule", sim::Args(RuleOf(rule)), 0);
+}
 
 int PolicyRoute::DeleteRule(const IP_TYPE& type, const std::string& service, const std::string& interface) {
-    return Answer("PolicyRoute.DeleteRule", sim::Args(static_cast<int>(type), service, interface));
+    return sim::IntAnswer("PolicyRoute.DeleteRule", sim::Args(static_cast<int>(type), service, interface), 0);
 }
 
 int PolicyRoute::EnableTable(const IP_TYPE& type, const std::string& interface, const std::string& source) {
-    return Answer("PolicyRoute.EnableTable", sim::Args(static_cast<int>(type), interface, source));
+    return sim::IntAnswer("PolicyRoute.EnableTable", sim::Args(static_cast<int>(type), interface, source), 0);
 }
 
 int PolicyRoute::DisableTable(const IP_TYPE& type, const std::string& interface) {
-    return Answer("PolicyRoute.DisableTable", sim::Args(static_cast<int>(type), interface));
+    return sim::IntAnswer("PolicyRoute.DisableTable", sim::Args(static_cast<int>(type), interface), 0);
 }
 
 StaticRoute::StaticRoute() { sim::Record("StaticRoute.StaticRoute"); }
@@ -144,9 +129,9 @@ int StaticRoute::GetRouteTables(const IP_TYPE& type, Json::Value& tables) {
     return result;
 }
 
-int StaticRoute::RefreshRules() { return Answer("StaticRoute.RefreshRules", Json::Value()); }
-int StaticRoute::RefreshIpv4Rules() { return Answer("StaticRoute.RefreshIpv4Rules", Json::Value()); }
-int StaticRoute::RefreshIpv6Rules() { return Answer("StaticRoute.RefreshIpv6Rules", Json::Value()); }
+int StaticRoute::RefreshRules() { return sim::IntAnswer("StaticRoute.RefreshRules", Json::Value(), 0); }
+int StaticRoute::RefreshIpv4Rules() { return sim::IntAnswer("StaticRoute.RefreshIpv4Rules", Json::Value(), 0); }
+int StaticRoute::RefreshIpv6Rules() { return sim::IntAnswer("StaticRoute.RefreshIpv6Rules", Json::Value(), 0); }
 
 }  // namespace network
 

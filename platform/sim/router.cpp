@@ -9,21 +9,10 @@ class SimRouter6 : public Router6 {
 public:
     explicit SimRouter6(std::string routerType) { type = std::move(routerType); }
     ~SimRouter6() override { sim::Record("Router6.~Router6"); }
-    bool Destroy() override { return Answer("Router6.Destroy"); }
-    bool Reload() override { return Answer("Router6.Reload"); }
-    bool Create() override { return Answer("Router6.Create"); }
-    int Prepare() override {
-        int result = sim::IntResult("Router6.Prepare", 1);
-        sim::Record("Router6.Prepare", Json::Value(), result);
-        return result;
-    }
-
-private:
-    static bool Answer(const char* op) {
-        bool result = sim::BoolResult(op, true);
-        sim::Record(op, Json::Value(), result);
-        return result;
-    }
+    bool Destroy() override { return sim::BoolAnswer("Router6.Destroy", Json::Value(), true); }
+    bool Reload() override { return sim::BoolAnswer("Router6.Reload", Json::Value(), true); }
+    bool Create() override { return sim::BoolAnswer("Router6.Create", Json::Value(), true); }
+    int Prepare() override { return sim::IntAnswer("Router6.Prepare", Json::Value(), 1); }
 };
 
 }  // namespace
@@ -64,15 +53,11 @@ std::vector<std::string> Router6Prefix::EnumPrefix64(const std::string& address,
 }
 
 bool Router6Prefix::Allocate(const std::string& prefix, const std::string& owner) {
-    bool result = sim::BoolResult("Router6Prefix.Allocate", true);
-    sim::Record("Router6Prefix.Allocate", sim::Args(prefix, owner), result);
-    return result;
+    return sim::BoolAnswer("Router6Prefix.Allocate", sim::Args(prefix, owner), true);
 }
 
 bool Router6Prefix::Deallocate(const std::string& prefix, const std::string& owner) {
-    bool result = sim::BoolResult("Router6Prefix.Deallocate", true);
-    sim::Record("Router6Prefix.Deallocate", sim::Args(prefix, owner), result);
-    return result;
+    return sim::BoolAnswer("Router6Prefix.Deallocate", sim::Args(prefix, owner), true);
 }
 
 Router6Factory::Router6Factory() { sim::Record("Router6Factory.Router6Factory"); }
@@ -98,16 +83,8 @@ FileLock::FileLock(const std::string& path, bool create) : path_(path), create_(
 
 FileLock::~FileLock() { sim::Record("FileLock.~FileLock"); }
 
-bool FileLock::Lock() {
-    bool result = sim::BoolResult("FileLock.Lock", true);
-    sim::Record("FileLock.Lock", Json::Value(), result);
-    return result;
-}
+bool FileLock::Lock() { return sim::BoolAnswer("FileLock.Lock", Json::Value(), true); }
 
-int FileLock::Unlock() {
-    int result = sim::IntResult("FileLock.Unlock", 0);
-    sim::Record("FileLock.Unlock", Json::Value(), result);
-    return result;
-}
+int FileLock::Unlock() { return sim::IntAnswer("FileLock.Unlock", Json::Value(), 0); }
 
 }  // namespace tarnnetwork::utils

@@ -281,11 +281,23 @@ const Json::Value& Member(const Json::Value& value, const std::string& key) {
     return found != nullptr ? *found : none;
 }
 
-Json::Value Scripted(const char* op) {
+namespace {
+
+// Takes the next scripted value of `op` into `value`; false when none is left.
+bool NextScripted(const char* op, Json::Value& value) {
     const Json::Value& list = Member(Scenario("results"), op);
     Json::ArrayIndex& next = Sim().used[op];
-    if (!list.isArray() || next >= list.size()) return Json::Value();
-    return list[next++];
+    if (!list.isArray() || next >= list.size()) return false;
+    value = list[next++];
+    return true;
+}
+
+}  // namespace
+
+Json::Value Scripted(const char* op) {
+    Json::Value value;
+    NextScripted(op, value);
+    return value;
 }
 
 int IntResult(const char* op, int fallback) {
@@ -303,11 +315,22 @@ std::string TextResult(const char* op, const std::string& fallback) {
     return v.isNull() ? fallback : v.asString();
 }
 
+int IntAnswer(const char* op, const Json::Value& args, int fallback) {
+    int result = IntResult(op, fallback);
+    Record(op, args, result);
+    return result;
+}
+
+bool BoolAnswer(const char* op, const Json::Value& args, bool fallback) {
+    bool result = BoolResult(op, fallback);
+    Record(op, args, result);
+    return result;
+}
+
 int PtrResult(const char* op) {
-    const Json::Value& list = Member(Scenario("results"), op);
-    Json::ArrayIndex& next = Sim().used[op];
-    if (!list.isArray() || next >= list.size()) return -1;
-    return list[next++].isNull() ? 0 : 1;
+    Json::Value value;
+    if (!NextScripted(op, value)) return -1;
+    return value.isNull() ? 0 : 1;
 }
 
 namespace {

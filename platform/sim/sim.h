@@ -24,6 +24,9 @@ Json::Value Scripted(const char* op);
 int IntResult(const char* op, int fallback);
 bool BoolResult(const char* op, bool fallback);
 std::string TextResult(const char* op, const std::string& fallback);
+// A call with no side effect of its own: its scripted result or `fallback`, journaled with `args`.
+int IntAnswer(const char* op, const Json::Value& args, int fallback);
+bool BoolAnswer(const char* op, const Json::Value& args, bool fallback);
 // Scripted pointer result: 1 for "ptr", 0 for null, -1 when nothing is scripted.
 int PtrResult(const char* op);
 

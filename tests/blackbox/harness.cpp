@@ -57,13 +57,6 @@ Json::Value ParseLine(const std::string& line) {
     return v;
 }
 
-std::string Compact(const Json::Value& v) {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    builder["emitUTF8"] = true;
-    return Json::writeString(builder, v);
-}
-
 // Takes the line number out of a syslog text, so that rows do not depend on source lines.
 void Normalize(Json::Value& event, std::vector<int>& lines) {
     static const std::string source = "tarnnetdtool:";
@@ -130,6 +123,13 @@ Run RunSim(const std::vector<std::string>& args, const std::string& scenario, co
     run.journal = ParseLines(ReadFile(journalPath));
     for (Json::Value& event : run.journal) Normalize(event, run.logLines);
     return run;
+}
+
+std::string Compact(const Json::Value& v) {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    builder["emitUTF8"] = true;
+    return Json::writeString(builder, v);
 }
 
 std::vector<Json::Value> ParseLines(const std::string& lines) {

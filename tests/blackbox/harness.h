@@ -41,6 +41,8 @@ struct Case {
 void Check(const Case& c);
 
 std::vector<Json::Value> ParseLines(const std::string& lines);
+// One event as one journal line (no line end).
+std::string Compact(const Json::Value& event);
 ::testing::AssertionResult JournalEquals(const std::vector<Json::Value>& actual, const std::string& expected);
 ::testing::AssertionResult JournalContains(const std::vector<Json::Value>& actual, const std::string& expected);
 

@@ -1,7 +1,5 @@
 #include "blackbox/harness.h"
 
-#include <json/writer.h>
-
 namespace {
 
 using blackbox::Case;
@@ -26,12 +24,6 @@ Row Expect(const std::string& name, const std::vector<std::string>& args, const 
     return Row{Case{name, args, scenario, "", err, status, journal, check}, never};
 }
 
-std::string Compact(const Json::Value& event) {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    return Json::writeString(builder, event);
-}
-
 class MultiGateway : public ::testing::TestWithParam<Row> {};
 
 TEST_P(MultiGateway, Row) {
@@ -39,7 +31,7 @@ TEST_P(MultiGateway, Row) {
     blackbox::Check(r.row);
     if (r.never.empty()) return;
     for (const Json::Value& event : blackbox::RunSim(r.row.args, r.row.scenario).journal)
-        EXPECT_EQ(Compact(event).find(r.never), std::string::npos) << Compact(event);
+        EXPECT_EQ(blackbox::Compact(event).find(r.never), std::string::npos) << blackbox::Compact(event);
 }
 
 // How an IPv4 run with its alias list begins and ends.

@@ -1,6 +1,6 @@
 # Sourced by every system test, called as: <test>.sh TOOL PROBE
 # Re-runs the test as root inside network and mount namespaces of its own, with a private
-# /tmp, so that nothing it creates reaches the host; exits 77 (skipped) where that is not
+# /tmp, /run and /etc, so that nothing it creates reaches the host; exits 77 (skipped) where that is not
 # possible.
 SKIP=77
 TOOL=$1
@@ -27,6 +27,10 @@ cp /proc/self/fd/8 /tmp/bin/tarnnetdtool
 cp /proc/self/fd/9 /tmp/bin/platform_probe
 chmod 755 /tmp/bin/tarnnetdtool /tmp/bin/platform_probe
 exec 8<&- 9<&-
+# /etc and /run are the host's: the test writes to an overlay and a tmpfs that end with it.
+mkdir /tmp/.etc-upper /tmp/.etc-work
+mount -t overlay tarn-etc -o lowerdir=/etc,upperdir=/tmp/.etc-upper,workdir=/tmp/.etc-work /etc
+mount -t tmpfs tarn-run /run
 TOOL=/tmp/bin/tarnnetdtool
 PROBE=/tmp/bin/platform_probe
 ip link set lo up

@@ -27,9 +27,15 @@ cp /proc/self/fd/8 /tmp/bin/tarnnetdtool
 cp /proc/self/fd/9 /tmp/bin/platform_probe
 chmod 755 /tmp/bin/tarnnetdtool /tmp/bin/platform_probe
 exec 8<&- 9<&-
-# /etc and /run are the host's: the test writes to an overlay and a tmpfs that end with it.
-mkdir /tmp/.etc-upper /tmp/.etc-work
-mount -t overlay tarn-etc -o lowerdir=/etc,upperdir=/tmp/.etc-upper,workdir=/tmp/.etc-work /etc
+# private_dir DIR: DIR (which must exist) reads as the host's but takes writes into an overlay
+# that ends with the namespace.
+private_dir() {
+    local name
+    name=$(echo "$1" | tr / _)
+    mkdir "/tmp/.upper$name" "/tmp/.work$name"
+    mount -t overlay "tarn$name" -o "lowerdir=$1,upperdir=/tmp/.upper$name,workdir=/tmp/.work$name" "$1"
+}
+private_dir /etc
 mount -t tmpfs tarn-run /run
 TOOL=/tmp/bin/tarnnetdtool
 PROBE=/tmp/bin/platform_probe

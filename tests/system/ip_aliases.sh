@@ -4,8 +4,7 @@
 set -eu
 . "$(dirname "$0")/lib.sh"
 
-busybox=$(command -v busybox) || skip "no busybox"
-mount --bind "$busybox" /sbin/ifconfig
+device_ifconfig
 
 veth wan0
 ip addr add 203.0.113.10/24 dev wan0 label wan0:1

@@ -28,10 +28,11 @@ cp /proc/self/fd/9 /tmp/bin/platform_probe
 chmod 755 /tmp/bin/tarnnetdtool /tmp/bin/platform_probe
 exec 8<&- 9<&-
 # private_dir DIR: DIR (which must exist) reads as the host's but takes writes into an overlay
-# that ends with the namespace.
+# that ends with the namespace; once is enough.
 private_dir() {
     local name
     name=$(echo "$1" | tr / _)
+    [ ! -d "/tmp/.upper$name" ] || return 0
     mkdir "/tmp/.upper$name" "/tmp/.work$name"
     mount -t overlay "tarn$name" -o "lowerdir=$1,upperdir=/tmp/.upper$name,workdir=/tmp/.work$name" "$1"
 }
@@ -56,4 +57,17 @@ veth() {
     ip link add "$1" type veth peer name "$1p"
     ip link set "$1" up
     ip link set "$1p" up
+}
+
+# device_ifconfig: /sbin/ifconfig becomes busybox's, which prints the device's "inet addr:" form
+# (on a host without net-tools the file is made in an overlay).
+device_ifconfig() {
+    local busybox
+    busybox=$(command -v busybox) || skip "no busybox"
+    if [ -e /sbin/ifconfig ]; then
+        mount --bind "$busybox" /sbin/ifconfig
+    else
+        private_dir "$(readlink -f /sbin)"
+        ln -s "$busybox" /sbin/ifconfig
+    fi
 }

@@ -47,24 +47,3 @@ int StaticRoute::RefreshIpv6Rules() { return kNotAvailable; }
 
 }  // namespace network
 }  // namespace tarnnetwork
-
-namespace tarn::network::ipv6::router {
-
-Router6Attr::Router6Attr() = default;
-Router6Attr::~Router6Attr() = default;
-
-int Router6Attr::LoadConfig() { return kNotAvailable; }
-
-Router6Prefix::Router6Prefix() = default;
-Router6Prefix::~Router6Prefix() = default;
-
-std::vector<std::string> Router6Prefix::EnumPrefix64(const std::string&, int) { return {}; }
-bool Router6Prefix::Allocate(const std::string&, const std::string&) { return false; }
-bool Router6Prefix::Deallocate(const std::string&, const std::string&) { return false; }
-
-Router6Factory::Router6Factory() = default;
-Router6Factory::~Router6Factory() = default;
-
-Router6* Router6Factory::newRouterV6Instance(const std::string&, const std::string&) { return nullptr; }
-
-}  // namespace tarn::network::ipv6::router

@@ -1,0 +1,82 @@
+// The routers: which words make one, the 6to4 prefix of an IPv4 address, and the request
+// that makes a tunnel (the kernel here has no sit type, so the request itself is checked).
+#include "linux/router6.h"
+#include "tarnnetwork.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <linux/if_link.h>
+#include <linux/if_tunnel.h>
+#include <linux/rtnetlink.h>
+#include <netlink/attr.h>
+#include <netlink/msg.h>
+
+#include <memory>
+
+namespace {
+
+using namespace tarnlinux::router6;
+using tarn::network::ipv6::router::Router6;
+using tarn::network::ipv6::router::Router6Factory;
+
+struct FactoryCase {
+    const char* ifname;
+    const char* word;
+    bool made;
+};
+
+class Factory : public ::testing::TestWithParam<FactoryCase> {};
+
+TEST_P(Factory, Word) {
+    Router6Factory factory;
+    std::unique_ptr<Router6> router(factory.newRouterV6Instance(GetParam().ifname, GetParam().word));
+    ASSERT_EQ(router != nullptr, GetParam().made);
+    if (router) {
+        EXPECT_EQ(router->type, GetParam().word);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, Factory,
+                         ::testing::Values(FactoryCase{"wan0", "native", true}, FactoryCase{"wan0", "6in4", true},
+                                           FactoryCase{"wan0", "6to4", true}, FactoryCase{"wan0", "Native", false},
+                                           FactoryCase{"wan0", "", false}, FactoryCase{"wan0", "6rd", false},
+                                           FactoryCase{"", "native", false}, FactoryCase{"../etc", "native", false},
+                                           FactoryCase{"abcdefghijklmnop", "native", false}));
+
+uint32_t IPv4(const char* text) {
+    in_addr address;
+    inet_pton(AF_INET, text, &address);
+    return address.s_addr;
+}
+
+TEST(SixToFour, Prefix) {
+    EXPECT_EQ(SixToFourPrefix(IPv4("192.0.2.1")), "2002:c000:201::/48");
+    EXPECT_EQ(SixToFourPrefix(IPv4("203.0.113.255")), "2002:cb00:71ff::/48");
+    EXPECT_EQ(SixToFourPrefix(IPv4("0.0.0.1")), "2002:0:1::/48");
+}
+
+TEST(Tunnel, Request) {
+    TunnelSpec spec{"6in4-wan0", IPv4("192.0.2.1"), IPv4("198.51.100.1"), 7};
+    std::unique_ptr<nl_msg, void (*)(nl_msg*)> msg(TunnelRequest(spec), nlmsg_free);
+    ASSERT_TRUE(msg);
+    nlmsghdr* header = nlmsg_hdr(msg.get());
+    EXPECT_EQ(header->nlmsg_type, RTM_NEWLINK);
+    EXPECT_EQ(header->nlmsg_flags & (NLM_F_CREATE | NLM_F_EXCL), NLM_F_CREATE | NLM_F_EXCL);
+    nlattr* link[IFLA_MAX + 1];
+    ASSERT_EQ(nlmsg_parse(header, sizeof(ifinfomsg), link, IFLA_MAX, nullptr), 0);
+    ASSERT_TRUE(link[IFLA_IFNAME] && link[IFLA_LINKINFO]);
+    EXPECT_STREQ(nla_get_string(link[IFLA_IFNAME]), "6in4-wan0");
+    nlattr* info[IFLA_INFO_MAX + 1];
+    ASSERT_EQ(nla_parse_nested(info, IFLA_INFO_MAX, link[IFLA_LINKINFO], nullptr), 0);
+    ASSERT_TRUE(info[IFLA_INFO_KIND] && info[IFLA_INFO_DATA]);
+    EXPECT_STREQ(nla_get_string(info[IFLA_INFO_KIND]), "sit");
+    nlattr* tunnel[IFLA_IPTUN_MAX + 1];
+    ASSERT_EQ(nla_parse_nested(tunnel, IFLA_IPTUN_MAX, info[IFLA_INFO_DATA], nullptr), 0);
+    ASSERT_TRUE(tunnel[IFLA_IPTUN_LOCAL] && tunnel[IFLA_IPTUN_REMOTE] && tunnel[IFLA_IPTUN_TTL] && tunnel[IFLA_IPTUN_LINK]);
+    EXPECT_EQ(nla_get_u32(tunnel[IFLA_IPTUN_LOCAL]), spec.local);
+    EXPECT_EQ(nla_get_u32(tunnel[IFLA_IPTUN_REMOTE]), spec.remote);
+    EXPECT_EQ(nla_get_u8(tunnel[IFLA_IPTUN_TTL]), 64);
+    EXPECT_EQ(nla_get_u32(tunnel[IFLA_IPTUN_LINK]), 7u);
+}
+
+}  // namespace

@@ -1,0 +1,209 @@
+// The router's stored configurations: the document, the pool's ownership rules, and a store
+// that rewrites whole documents under its lock.
+#include "linux/router6.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace tarnlinux::router6;
+
+std::string Slurp(const fs::path& path) {
+    std::ifstream in(path);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+TEST(Document, RoundTrip) {
+    Document document{
+        "6in4", "2001:db8:1200::/56", "198.51.100.1", "2001:db8:ff::2/64", {{"lbr0", "2001:db8:1200::"}, {"ovpn", ""}}};
+    std::optional<Document> back = ParseDocument(DocumentText(document));
+    ASSERT_TRUE(back);
+    EXPECT_EQ(DocumentText(*back), DocumentText(document));
+}
+
+class Unreadable : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(Unreadable, Refused) { EXPECT_FALSE(ParseDocument(GetParam())); }
+
+INSTANTIATE_TEST_SUITE_P(Cases, Unreadable,
+                         ::testing::Values("", "not json", "[]", "{}", R"({"type": 1})", R"({"type": "native"} trailing)",
+                                           R"({"type": "native", "prefix": "2001:db8::/129"})",
+                                           R"({"type": "native", "prefix": "2001:db8::"})",
+                                           R"({"type": "native", "consumers": {}})",
+                                           R"({"type": "native", "consumers": [{"holds": ""}]})",
+                                           R"({"type": "native", "consumers": [{"owner": "lbr0", "holds": "2001:db8::1"}]})",
+                                           R"({"type": "native", "consumers": [{"owner": "lbr0"}, {"owner": "lbr0"}]})",
+                                           R"({"type": "native", "type": "6in4"})"));
+
+// Two interfaces: wan0 with lbr0 holding its first /64 and gbr0 holding nothing, wan1 with
+// ovpn holding its second.
+Documents Pool() {
+    return {{"wan0", {"native", "2001:db8:1200::/56", "", "", {{"lbr0", "2001:db8:1200::"}, {"gbr0", ""}}}},
+            {"wan1", {"native", "2001:db8:3400::/56", "", "", {{"ovpn", "2001:db8:3400:1::"}}}}};
+}
+
+std::string Text(const Documents& documents) {
+    std::string text;
+    for (const auto& [name, document] : documents) text += name + "\n" + DocumentText(document);
+    return text;
+}
+
+struct RuleCase {
+    const char* name;
+    bool allocate;
+    const char* prefix;
+    const char* owner;
+    bool done;
+    const char* changed;  // the document written, "" for none
+};
+
+void PrintTo(const RuleCase& c, std::ostream* os) { *os << c.name; }
+
+class Rules : public ::testing::TestWithParam<RuleCase> {};
+
+TEST_P(Rules, Pool) {
+    const RuleCase& c = GetParam();
+    Documents documents = Pool();
+    std::string ifname = "unset";
+    std::string error;
+    bool done = c.allocate ? AllocateIn(documents, c.prefix, c.owner, ifname, error)
+                           : DeallocateIn(documents, c.prefix, c.owner, ifname, error);
+    ASSERT_EQ(done, c.done) << error;
+    if (!done || *c.changed == '\0') {
+        EXPECT_EQ(Text(documents), Text(Pool()));
+        return;
+    }
+    EXPECT_EQ(ifname, c.changed);
+    Documents expected = Pool();
+    std::string holds = c.allocate ? c.prefix : "";
+    bool found = false;
+    for (Consumer& consumer : expected[c.changed].consumers)
+        if (consumer.owner == c.owner) consumer.holds = holds, found = true;
+    if (!found) expected[c.changed].consumers.push_back({c.owner, holds});
+    EXPECT_EQ(Text(documents), Text(expected));
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, Rules,
+                         ::testing::Values(RuleCase{"FreeSubnet", true, "2001:db8:1200:1::", "gbr0", true, "wan0"},
+                                           RuleCase{"HeldByAnother", true, "2001:db8:1200::", "gbr0", false, ""},
+                                           RuleCase{"HeldByAnotherOtherInterface", true, "2001:db8:3400:1::", "gbr0", false, ""},
+                                           RuleCase{"AlreadyHeldByOwner", true, "2001:db8:1200::", "lbr0", true, ""},
+                                           RuleCase{"OwnerStillHoldsOne", true, "2001:db8:1200:5::", "lbr0", false, ""},
+                                           RuleCase{"InNoPrefix", true, "2001:db8:9900::", "gbr0", false, ""},
+                                           RuleCase{"NotASubnet", true, "2001:db8:1200:2::1", "gbr0", false, ""},
+                                           RuleCase{"NoOwner", true, "2001:db8:1200:2::", "", false, ""},
+                                           RuleCase{"NewOwnerAppended", true, "2001:db8:3400:2::", "gbr1", true, "wan1"},
+                                           RuleCase{"Release", false, "2001:db8:1200::", "lbr0", true, "wan0"},
+                                           RuleCase{"ReleaseOtherSpelling", false, "2001:db8:1200:0:0::", "lbr0", true, "wan0"},
+                                           RuleCase{"ReleaseNotHeld", false, "2001:db8:1200::", "gbr0", false, ""},
+                                           RuleCase{"ReleaseNothingHoldingNothing", false, "", "gbr0", true, ""},
+                                           RuleCase{"ReleaseNothingWhileHolding", false, "", "lbr0", false, ""},
+                                           RuleCase{"ReleaseNothingUnlisted", false, "", "nobody", true, ""}),
+                         [](const ::testing::TestParamInfo<RuleCase>& info) { return std::string(info.param.name); });
+
+class StoreTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        root_ = fs::temp_directory_path() /
+                ("router6-" + std::to_string(getpid()) + "-" + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(root_);
+        fs::create_directories(root_);
+    }
+    void TearDown() override { fs::remove_all(root_); }
+
+    void Put(const std::string& ifname, const std::string& text) {
+        fs::create_directories(dir());
+        std::ofstream(dir() / ifname) << text;
+    }
+    fs::path dir() const { return root_ / "ipv6-router"; }
+    Store MakeStore() {
+        return Store(dir(), root_ / "run" / "store.lock", [this](const std::string& owner, const std::string& prefix, bool add) {
+            calls_.push_back((add ? "+" : "-") + owner + " " + prefix);
+            return hookResult_;
+        });
+    }
+
+    fs::path root_;
+    std::vector<std::string> calls_;
+    bool hookResult_ = true;
+};
+
+// The tool's walk: each consumer in order moves to the next /64 of the interface's prefix.
+void Walk(Store& store, const std::string& ifname) {
+    std::optional<Document> document = store.Load(ifname);
+    ASSERT_TRUE(document);
+    size_t slash = document->prefix.find('/');
+    std::vector<std::string> prefixes = Enum64(document->prefix.substr(0, slash), std::stoi(document->prefix.substr(slash + 1)));
+    size_t next = 0;
+    for (const Consumer& consumer : document->consumers)
+        if (store.Deallocate(consumer.holds, consumer.owner) && store.Allocate(prefixes[next], consumer.owner)) ++next;
+}
+
+TEST_F(StoreTest, RedelegationKeepsEachIndex) {
+    Put("wan0", R"({"type": "native", "prefix": "2001:db8:1200::/56",
+                    "consumers": [{"owner": "lbr0"}, {"owner": "gbr0"}, {"owner": "ovpn"}]})");
+    Store store = MakeStore();
+    Walk(store, "wan0");
+    ASSERT_TRUE(store.Update("wan0", [](Document& d) { return d.prefix = "2001:db8:3400::/56", true; }));
+    Walk(store, "wan0");
+    std::optional<Document> document = store.Load("wan0");
+    ASSERT_TRUE(document);
+    std::vector<std::string> holds;
+    for (const Consumer& consumer : document->consumers) holds.push_back(consumer.owner + " " + consumer.holds);
+    EXPECT_EQ(holds, (std::vector<std::string>{"lbr0 2001:db8:3400::", "gbr0 2001:db8:3400:1::", "ovpn 2001:db8:3400:2::"}));
+    EXPECT_EQ(calls_,
+              (std::vector<std::string>{"+lbr0 2001:db8:1200::", "+gbr0 2001:db8:1200:1::", "+ovpn 2001:db8:1200:2::",
+                                        "-lbr0 2001:db8:1200::", "+lbr0 2001:db8:3400::", "-gbr0 2001:db8:1200:1::",
+                                        "+gbr0 2001:db8:3400:1::", "-ovpn 2001:db8:1200:2::", "+ovpn 2001:db8:3400:2::"}));
+    // Only the document itself is left: no temporary file, the usual mode.
+    std::vector<std::string> names;
+    for (const fs::directory_entry& entry : fs::directory_iterator(dir())) names.push_back(entry.path().filename());
+    EXPECT_EQ(names, std::vector<std::string>{"wan0"});
+    struct stat info;
+    ASSERT_EQ(stat((dir() / "wan0").c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0644u);
+}
+
+TEST_F(StoreTest, FailedAddressChangesNothing) {
+    const std::string text = R"({"type": "native", "prefix": "2001:db8:1200::/56", "consumers": [{"owner": "lbr0"}]})";
+    Put("wan0", text);
+    Store store = MakeStore();
+    hookResult_ = false;
+    EXPECT_FALSE(store.Allocate("2001:db8:1200::", "lbr0"));
+    EXPECT_EQ(Slurp(dir() / "wan0"), text);
+}
+
+TEST_F(StoreTest, UnreadableDocumentIsNeverOverwritten) {
+    Put("wan0", R"({"type": "native", "prefix": "2001:db8:1200::/56", "consumers": [{"owner": "lbr0"}]})");
+    Put("wan1", "{ torn");
+    fs::create_symlink(dir() / "wan0", dir() / "wan2");
+    Store store = MakeStore();
+    EXPECT_FALSE(store.Load("wan1"));
+    EXPECT_FALSE(store.Load("wan2"));  // a link is not followed
+    EXPECT_FALSE(store.Load("../wan0"));
+    EXPECT_FALSE(store.Load("missing"));
+    // The pool cannot tell who holds what while a document is unreadable.
+    EXPECT_FALSE(store.Allocate("2001:db8:1200::", "lbr0"));
+    EXPECT_FALSE(store.Update("wan1", [](Document&) { return true; }));
+    EXPECT_EQ(Slurp(dir() / "wan1"), "{ torn");
+    EXPECT_TRUE(calls_.empty());
+}
+
+TEST_F(StoreTest, UpdateMakesAMissingDocument) {
+    Store store = MakeStore();
+    ASSERT_TRUE(store.Update("wan0", [](Document& d) { return d.type = "native", true; }));
+    std::optional<Document> document = store.Load("wan0");
+    ASSERT_TRUE(document);
+    EXPECT_EQ(document->type, "native");
+    EXPECT_TRUE(document->consumers.empty());
+}
+
+}  // namespace

@@ -5,6 +5,7 @@
 #define TARN_PLATFORM_LINUX_ROUTER6_H
 
 #include <netinet/in.h>
+#include <sys/stat.h>
 
 #include <cstdint>
 #include <functional>
@@ -95,10 +96,18 @@ private:
     bool Change(const std::string& prefix, const std::string& owner, bool allocate);
     bool LoadAll(Documents& documents) const;
     bool Write(const std::string& ifname, const Document& document) const;
+    bool ReadDocumentFileOrCached(const std::string& ifname, int fd, const struct stat& info, std::string& text) const;
+
+    // The documents last read or written by this process, with the file version they came from.
+    struct Cached {
+        struct stat version;
+        Document document;
+    };
 
     std::string dir_;
     std::string lockPath_;
     AddressHook hook_;
+    mutable std::map<std::string, Cached> cache_;
 };
 
 // The product's store: kStoreDir, kStoreLock, addresses through the kernel.

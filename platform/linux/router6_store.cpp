@@ -77,20 +77,24 @@ Document* Home(Documents& documents, unsigned __int128 subnet, std::string& ifna
     return home;
 }
 
-// Reads a regular file, without following a link or waiting on a FIFO; false when it cannot.
-bool ReadDocumentFile(const std::string& path, std::string& text, int& error) {
-    Fd fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    struct stat info;
-    if (fd.Get() < 0 || fstat(fd.Get(), &info) != 0) {
-        error = errno;
-        return false;
-    }
-    error = EINVAL;
-    if (!S_ISREG(info.st_mode) || info.st_size > kMaxDocumentSize) return false;
+// Opens a regular file without following a link or waiting on a FIFO; false, with errno set,
+// when it cannot.
+bool OpenDocumentFile(const std::string& path, Fd& fd, struct stat& info) {
+    fd.Reset(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (fd.Get() < 0 || fstat(fd.Get(), &info) != 0) return false;
+    errno = EINVAL;
+    return S_ISREG(info.st_mode) && info.st_size <= kMaxDocumentSize;
+}
+
+bool ReadDocumentFile(int fd, const struct stat& info, std::string& text) {
     text.resize(static_cast<size_t>(info.st_size));
-    ssize_t got = read(fd.Get(), text.data(), text.size());
-    if (got < 0) error = errno;
-    return got == info.st_size;
+    return read(fd, text.data(), text.size()) == info.st_size;
+}
+
+// A rewrite is a new file, so the same file, size and time mean the same text.
+bool SameVersion(const struct stat& a, const struct stat& b) {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size && a.st_mtim.tv_sec == b.st_mtim.tv_sec &&
+           a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
 }
 
 bool WriteAll(int fd, const std::string& text) {
@@ -249,15 +253,30 @@ std::optional<Document> Store::Load(const std::string& ifname) const {
         Log(LOG_ERR, "no configuration for the interface name [%s]", ifname.c_str());
         return std::nullopt;
     }
+    Fd fd;
+    struct stat info;
     std::string text;
-    int error = 0;
-    if (!ReadDocumentFile(dir_ + "/" + ifname, text, error)) {
-        Log(error == ENOENT ? LOG_INFO : LOG_ERR, "configuration of %s not readable: %s", ifname.c_str(), strerror(error));
+    if (!OpenDocumentFile(dir_ + "/" + ifname, fd, info) || !ReadDocumentFileOrCached(ifname, fd.Get(), info, text)) {
+        Log(errno == ENOENT ? LOG_INFO : LOG_ERR, "configuration of %s not readable: %s", ifname.c_str(), strerror(errno));
         return std::nullopt;
     }
+    if (text.empty()) return cache_[ifname].document;
     std::optional<Document> document = ParseDocument(text);
-    if (!document) Log(LOG_ERR, "configuration of %s is not a router document", ifname.c_str());
+    if (!document) {
+        Log(LOG_ERR, "configuration of %s is not a router document", ifname.c_str());
+        return std::nullopt;
+    }
+    cache_[ifname] = Cached{info, *document};
     return document;
+}
+
+// Leaves `text` empty when the cached document is this version of the file: each prefix
+// application reads every document twice per consumer, and parsing them is most of its work.
+bool Store::ReadDocumentFileOrCached(const std::string& ifname, int fd, const struct stat& info, std::string& text) const {
+    auto cached = cache_.find(ifname);
+    if (cached != cache_.end() && SameVersion(cached->second.version, info)) return true;
+    errno = EINVAL;
+    return ReadDocumentFile(fd, info, text) && !text.empty();
 }
 
 bool Store::LoadAll(Documents& documents) const {
@@ -276,9 +295,16 @@ bool Store::LoadAll(Documents& documents) const {
 }
 
 bool Store::Write(const std::string& ifname, const Document& document) const {
-    if (MakeDirs(dir_) && ReplaceFile(dir_, dir_ + "/" + ifname, DocumentText(document))) return true;
-    Log(LOG_ERR, "configuration of %s not written: %s", ifname.c_str(), strerror(errno));
-    return false;
+    std::string path = dir_ + "/" + ifname;
+    std::string text = DocumentText(document);
+    bool written = ReplaceFile(dir_, path, text) || (errno == ENOENT && MakeDirs(dir_) && ReplaceFile(dir_, path, text));
+    if (!written) {
+        Log(LOG_ERR, "configuration of %s not written: %s", ifname.c_str(), strerror(errno));
+        return false;
+    }
+    struct stat info;
+    if (stat(path.c_str(), &info) == 0) cache_[ifname] = Cached{info, document};
+    return true;
 }
 
 bool Store::Change(const std::string& prefix, const std::string& owner, bool allocate) {

@@ -33,6 +33,8 @@ struct Prefix {
     int length = 0;
 };
 
+// An IPv6 address text as a number; nullopt unless it is one.
+std::optional<unsigned __int128> ParseAddress(const std::string& text);
 // "address/length" (length 0-128) with the host bits cleared; nullopt unless it is one.
 std::optional<Prefix> ParsePrefix(const std::string& text);
 // The address text of a /64 prefix, such as "2001:db8::"; nullopt unless it is an IPv6

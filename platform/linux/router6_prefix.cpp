@@ -18,6 +18,8 @@ constexpr int kSubnetBits = 64;
 
 u128 Mask(int length) { return length == 0 ? 0 : ~u128{0} << (kAddressBits - length); }
 
+}  // namespace
+
 std::optional<u128> ParseAddress(const std::string& text) {
     in6_addr address;
     if (inet_pton(AF_INET6, text.c_str(), &address) != 1) return std::nullopt;
@@ -25,6 +27,8 @@ std::optional<u128> ParseAddress(const std::string& text) {
     for (uint8_t byte : address.s6_addr) bits = bits << 8 | byte;
     return bits;
 }
+
+namespace {
 
 // A whole decimal number in 0-128, nothing else.
 std::optional<int> ParseLength(const std::string& text) {

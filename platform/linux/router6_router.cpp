@@ -34,6 +34,8 @@ constexpr uint8_t kRouterProtocol = 204;
 constexpr char kSixToFourRelay[] = "::192.88.99.1";
 constexpr int kSubnetLength = 64;
 constexpr int kSixToFourLength = 48;
+// The tunnel's own address lies in 2002::/16, the whole 6to4 space, reached through the relay.
+constexpr int kSixToFourTunnelLength = 16;
 
 template <typename T, void (*Free)(T*)>
 struct Deleter {
@@ -176,8 +178,9 @@ bool IPv4Text(const std::string& text, uint32_t& bits) {
 struct Plan {
     int ifindex = 0;
     TunnelSpec tunnel;
-    std::optional<Prefix> tunnelAddress;  // the tunnel's own address and length
-    std::string prefix;                   // 6to4: the interface's new prefix
+    unsigned __int128 tunnelAddress = 0;  // the tunnel's own address
+    int tunnelLength = 0;
+    std::string prefix;  // 6to4: the interface's new prefix
 };
 
 class Router : public tarn::network::ipv6::router::Router6 {
@@ -242,7 +245,8 @@ private:
         plan.prefix = SixToFourPrefix(plan.tunnel.local);
         std::optional<Prefix> own = ParsePrefix(plan.prefix);
         if (!own) return false;
-        plan.tunnelAddress = Prefix{own->bits | 1, 16};
+        plan.tunnelAddress = own->bits | 1;
+        plan.tunnelLength = kSixToFourTunnelLength;
         return true;
     }
 
@@ -252,13 +256,15 @@ private:
             Log(LOG_ERR, "6in4 router of %s needs the remote end in its configuration", ifname_.c_str());
             return false;
         }
-        std::optional<Prefix> address = ParsePrefix(document->tunnelAddress);
-        std::optional<Prefix> exact = ParsePrefix(document->tunnelAddress.substr(0, document->tunnelAddress.find('/')) + "/128");
-        if (!address || !exact) {
+        const std::string& text = document->tunnelAddress;
+        std::optional<Prefix> network = ParsePrefix(text);
+        std::optional<unsigned __int128> address = ParseAddress(text.substr(0, text.find('/')));
+        if (!network || !address) {
             Log(LOG_ERR, "6in4 router of %s needs the tunnel address in its configuration", ifname_.c_str());
             return false;
         }
-        plan.tunnelAddress = Prefix{exact->bits, address->length};
+        plan.tunnelAddress = *address;
+        plan.tunnelLength = network->length;
         return true;
     }
 
@@ -272,7 +278,7 @@ private:
     bool CreateTunnel(const Plan& plan) const {
         if (!MakeTunnel(plan.tunnel)) return false;
         int tunnel = static_cast<int>(if_nametoindex(plan.tunnel.name.c_str()));
-        return tunnel != 0 && ChangeAddress(tunnel, plan.tunnelAddress->bits, plan.tunnelAddress->length, true) &&
+        return tunnel != 0 && ChangeAddress(tunnel, plan.tunnelAddress, plan.tunnelLength, true) &&
                AddDefaultRoute(plan.tunnel.name, type == k6to4 ? kSixToFourRelay : nullptr) &&
                WriteSysctl("/proc/sys/net/ipv6/conf/all/forwarding", "1");
     }

@@ -9,6 +9,8 @@
 #include <sys/stat.h>
 #include <syslog.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -146,9 +148,10 @@ void Log(int priority, const char* format, ...) {
     syslog(priority, "ipv6-router: %s", text);
 }
 
+// The kernel's own rule for interface names.
 bool ValidIfname(const std::string& name) {
     if (name.empty() || name.size() > kIfnameMax || name == "." || name == "..") return false;
-    return name.find_first_of("/: \t\n") == std::string::npos;
+    return std::none_of(name.begin(), name.end(), [](unsigned char c) { return c == '/' || c == ':' || std::isspace(c); });
 }
 
 std::optional<Document> ParseDocument(const std::string& text) {
@@ -284,8 +287,9 @@ bool Store::LoadAll(Documents& documents) const {
     if (!fs::exists(dir_, error)) return true;
     for (const fs::directory_entry& entry : fs::directory_iterator(dir_, error)) {
         std::string name = entry.path().filename();
-        // Temporary files of a rewrite start with a dot; other names cannot be interfaces.
-        if (name[0] == '.' || !ValidIfname(name) || !entry.is_regular_file(error)) continue;
+        // Temporary files of a rewrite start with a dot; other names cannot be interfaces, and
+        // only a regular file is a document.
+        if (name[0] == '.' || !ValidIfname(name) || entry.symlink_status(error).type() != fs::file_type::regular) continue;
         std::optional<Document> document = Load(name);
         if (!document) return false;
         documents.emplace(name, std::move(*document));

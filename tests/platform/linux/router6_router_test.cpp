@@ -1,7 +1,6 @@
-// The routers: which words make one, the 6to4 prefix of an IPv4 address, and the request
-// that makes a tunnel (the kernel here has no sit type, so the request itself is checked).
+// The 6to4 prefix of an IPv4 address, and the request that makes a tunnel (the kernel here has
+// no sit type, so the request itself is checked).
 #include "linux/router6.h"
-#include "tarnnetwork.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
@@ -16,32 +15,6 @@
 namespace {
 
 using namespace tarnlinux::router6;
-using tarn::network::ipv6::router::Router6;
-using tarn::network::ipv6::router::Router6Factory;
-
-struct FactoryCase {
-    const char* ifname;
-    const char* word;
-    bool made;
-};
-
-class Factory : public ::testing::TestWithParam<FactoryCase> {};
-
-TEST_P(Factory, Word) {
-    Router6Factory factory;
-    std::unique_ptr<Router6> router(factory.newRouterV6Instance(GetParam().ifname, GetParam().word));
-    ASSERT_EQ(router != nullptr, GetParam().made);
-    if (router) {
-        EXPECT_EQ(router->type, GetParam().word);
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Cases, Factory,
-                         ::testing::Values(FactoryCase{"wan0", "native", true}, FactoryCase{"wan0", "6in4", true},
-                                           FactoryCase{"wan0", "6to4", true}, FactoryCase{"wan0", "Native", false},
-                                           FactoryCase{"wan0", "", false}, FactoryCase{"wan0", "6rd", false},
-                                           FactoryCase{"", "native", false}, FactoryCase{"../etc", "native", false},
-                                           FactoryCase{"abcdefghijklmnop", "native", false}));
 
 uint32_t IPv4(const char* text) {
     in_addr address;

@@ -136,74 +136,35 @@ protected:
     bool hookResult_ = true;
 };
 
-// The tool's walk: each consumer in order moves to the next /64 of the interface's prefix.
-void Walk(Store& store, const std::string& ifname) {
-    std::optional<Document> document = store.Load(ifname);
-    ASSERT_TRUE(document);
-    size_t slash = document->prefix.find('/');
-    std::vector<std::string> prefixes = Enum64(document->prefix.substr(0, slash), std::stoi(document->prefix.substr(slash + 1)));
-    size_t next = 0;
-    for (const Consumer& consumer : document->consumers)
-        if (store.Deallocate(consumer.holds, consumer.owner) && store.Allocate(prefixes[next], consumer.owner)) ++next;
-}
-
-TEST_F(StoreTest, RedelegationKeepsEachIndex) {
-    Put("wan0", R"({"type": "native", "prefix": "2001:db8:1200::/56",
-                    "consumers": [{"owner": "lbr0"}, {"owner": "gbr0"}, {"owner": "ovpn"}]})");
-    Store store = MakeStore();
-    Walk(store, "wan0");
-    ASSERT_TRUE(store.Update("wan0", [](Document& d) { return d.prefix = "2001:db8:3400::/56", true; }));
-    Walk(store, "wan0");
-    std::optional<Document> document = store.Load("wan0");
-    ASSERT_TRUE(document);
-    std::vector<std::string> holds;
-    for (const Consumer& consumer : document->consumers) holds.push_back(consumer.owner + " " + consumer.holds);
-    EXPECT_EQ(holds, (std::vector<std::string>{"lbr0 2001:db8:3400::", "gbr0 2001:db8:3400:1::", "ovpn 2001:db8:3400:2::"}));
-    EXPECT_EQ(calls_,
-              (std::vector<std::string>{"+lbr0 2001:db8:1200::", "+gbr0 2001:db8:1200:1::", "+ovpn 2001:db8:1200:2::",
-                                        "-lbr0 2001:db8:1200::", "+lbr0 2001:db8:3400::", "-gbr0 2001:db8:1200:1::",
-                                        "+gbr0 2001:db8:3400:1::", "-ovpn 2001:db8:1200:2::", "+ovpn 2001:db8:3400:2::"}));
-    // Only the document itself is left: no temporary file, the usual mode.
-    std::vector<std::string> names;
-    for (const fs::directory_entry& entry : fs::directory_iterator(dir())) names.push_back(entry.path().filename());
-    EXPECT_EQ(names, std::vector<std::string>{"wan0"});
-    struct stat info;
-    ASSERT_EQ(stat((dir() / "wan0").c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 07777, 0644u);
-}
-
-TEST_F(StoreTest, FailedAddressChangesNothing) {
+// A rewrite replaces the whole document and leaves nothing beside it; a failed address change
+// or an unreadable document leaves every file as it was.
+TEST_F(StoreTest, RewritesWholeDocumentsOnly) {
     const std::string text = R"({"type": "native", "prefix": "2001:db8:1200::/56", "consumers": [{"owner": "lbr0"}]})";
     Put("wan0", text);
+    fs::create_symlink(dir() / "wan0", dir() / "wan2");
     Store store = MakeStore();
     hookResult_ = false;
     EXPECT_FALSE(store.Allocate("2001:db8:1200::", "lbr0"));
     EXPECT_EQ(Slurp(dir() / "wan0"), text);
-}
-
-TEST_F(StoreTest, UnreadableDocumentIsNeverOverwritten) {
-    Put("wan0", R"({"type": "native", "prefix": "2001:db8:1200::/56", "consumers": [{"owner": "lbr0"}]})");
-    Put("wan1", "{ torn");
-    fs::create_symlink(dir() / "wan0", dir() / "wan2");
-    Store store = MakeStore();
-    EXPECT_FALSE(store.Load("wan1"));
-    EXPECT_FALSE(store.Load("wan2"));  // a link is not followed
-    EXPECT_FALSE(store.Load("../wan0"));
-    EXPECT_FALSE(store.Load("missing"));
-    // The pool cannot tell who holds what while a document is unreadable.
-    EXPECT_FALSE(store.Allocate("2001:db8:1200::", "lbr0"));
-    EXPECT_FALSE(store.Update("wan1", [](Document&) { return true; }));
-    EXPECT_EQ(Slurp(dir() / "wan1"), "{ torn");
-    EXPECT_TRUE(calls_.empty());
-}
-
-TEST_F(StoreTest, UpdateMakesAMissingDocument) {
-    Store store = MakeStore();
-    ASSERT_TRUE(store.Update("wan0", [](Document& d) { return d.type = "native", true; }));
+    hookResult_ = true;
+    ASSERT_TRUE(store.Allocate("2001:db8:1200::", "lbr0"));
     std::optional<Document> document = store.Load("wan0");
     ASSERT_TRUE(document);
-    EXPECT_EQ(document->type, "native");
-    EXPECT_TRUE(document->consumers.empty());
+    EXPECT_EQ(document->consumers[0].holds, "2001:db8:1200::");
+    EXPECT_FALSE(store.Load("wan2"));  // a link is not followed
+    EXPECT_FALSE(store.Load("../wan0"));
+    struct stat info;
+    ASSERT_EQ(stat((dir() / "wan0").c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0644u);
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir()), fs::directory_iterator()), 2);
+
+    Put("wan1", "{ torn");
+    EXPECT_FALSE(store.Load("wan1"));
+    // Who holds what is unknown while a document is unreadable.
+    EXPECT_FALSE(store.Deallocate("2001:db8:1200::", "lbr0"));
+    EXPECT_FALSE(store.Update("wan1", [](Document&) { return true; }));
+    EXPECT_EQ(Slurp(dir() / "wan1"), "{ torn");
+    EXPECT_EQ(calls_, (std::vector<std::string>{"+lbr0 2001:db8:1200::", "+lbr0 2001:db8:1200::"}));
 }
 
 }  // namespace

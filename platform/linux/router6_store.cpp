@@ -99,16 +99,6 @@ bool SameVersion(const struct stat& a, const struct stat& b) {
            a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
 }
 
-bool WriteAll(int fd, const std::string& text) {
-    for (size_t done = 0; done < text.size();) {
-        ssize_t put = write(fd, text.data() + done, text.size() - done);
-        if (put < 0 && errno == EINTR) continue;
-        if (put <= 0) return false;
-        done += static_cast<size_t>(put);
-    }
-    return true;
-}
-
 bool MakeDirs(const std::string& dir) {
     std::string path;
     std::stringstream parts(dir);
@@ -121,12 +111,14 @@ bool MakeDirs(const std::string& dir) {
 }
 
 // Replaces `path` with `text`: a temporary file beside it, fsync, rename, fsync of the directory.
+// A document is small and nothing here catches signals, so one write is all or a failure.
 bool ReplaceFile(const std::string& dir, const std::string& path, const std::string& text) {
     std::string temp = path + ".XXXXXX";
     temp.insert(dir.size() + 1, ".");
     Fd fd(mkostemp(temp.data(), O_CLOEXEC));
     if (fd.Get() < 0) return false;
-    bool written = fchmod(fd.Get(), kFileMode) == 0 && WriteAll(fd.Get(), text) && fsync(fd.Get()) == 0 &&
+    bool written = fchmod(fd.Get(), kFileMode) == 0 &&
+                   write(fd.Get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()) && fsync(fd.Get()) == 0 &&
                    close(fd.Release()) == 0 && rename(temp.c_str(), path.c_str()) == 0;
     if (!written) {
         unlink(temp.c_str());

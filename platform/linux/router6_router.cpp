@@ -27,6 +27,7 @@ constexpr char kNative[] = "native";
 constexpr char k6in4[] = "6in4";
 constexpr char k6to4[] = "6to4";
 constexpr char kTunnelPrefix[] = "6in4-";
+constexpr char kSitKind[] = "sit";
 constexpr uint8_t kTunnelTtl = 64;
 // Our own route protocol for the tunnel's default route, beside the routing code's 201-203.
 constexpr uint8_t kRouterProtocol = 204;
@@ -113,6 +114,11 @@ bool MakeTunnel(const TunnelSpec& spec) {
     rtnl_link* found = nullptr;
     if (rtnl_link_get_kernel(sock.get(), 0, spec.name.c_str(), &found) >= 0) {
         old.reset(found);
+        const char* kind = rtnl_link_get_type(old.get());
+        if (kind == nullptr || std::strcmp(kind, kSitKind) != 0) {
+            Log(LOG_ERR, "tunnel %s not made: an interface of another kind has its name", spec.name.c_str());
+            return false;
+        }
         rtnl_link_delete(sock.get(), old.get());
     }
     Message request(TunnelRequest(spec));

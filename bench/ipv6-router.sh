@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Times `tarnnetdtool --apply-new-prefix` with 16 consumers on a /48 against `ip -j route show`
-# in one hyperfine run and prints the ratio of their medians (tool / ip); then times
-# EnumPrefix64 over a /0 and its peak heap. Runs as root inside network and mount namespaces of
+# in one hyperfine run per VPN setting (its IPv6 off, then on) and prints the ratio of their
+# medians (tool / ip); then times EnumPrefix64 over a /0 and its peak heap. Runs as root inside network and mount namespaces of
 # its own, with private /etc, /run, /tmp, /usr and /var, so the host is untouched.
 set -euo pipefail
 ROOT=$(cd "$(dirname "$0")/.." && pwd)

@@ -1,3 +1,4 @@
+# shellcheck shell=sh
 # Sourced by the IPv6 router system tests after lib.sh: the VPN server's files in private /usr
 # and /var, the router store, and checks of what the consumers hold.
 STORE=/etc/route-mgt/ipv6-router

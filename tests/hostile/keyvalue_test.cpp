@@ -38,11 +38,13 @@ INSTANTIATE_TEST_SUITE_P(Cases, FifoKeyValueFile,
                          ::testing::Values(KeyValueCase{"GetKeyValue",
                                                         [](const char* path) {
                                                             char buf[1024];
-                                                            return TLIBCFileGetKeyValue(path, "ovpn_enable_ipv6", buf, sizeof buf, 0);
+                                                            return TLIBCFileGetKeyValue(path, "ovpn_enable_ipv6", buf, sizeof buf,
+                                                                                        0);
                                                         }},
                                            KeyValueCase{"SetLine",
                                                         [](const char* path) {
-                                                            return TLIBCFileSetLine(path, "server-ipv6", "server-ipv6 2001:db8::/64", 0);
+                                                            return TLIBCFileSetLine(path, "server-ipv6",
+                                                                                    "server-ipv6 2001:db8::/64", 0);
                                                         }}),
                          [](const ::testing::TestParamInfo<KeyValueCase>& info) { return std::string(info.param.name); });
 

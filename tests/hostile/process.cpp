@@ -60,8 +60,7 @@ Ended InChild(const std::function<int()>& body, Millis limit) {
     return Await(pid, limit);
 }
 
-ToolRun RunTool(const std::vector<std::string>& args, const std::vector<std::string>& env, const std::string& dir,
-                Millis limit) {
+ToolRun RunTool(const std::vector<std::string>& args, const std::vector<std::string>& env, const std::string& dir, Millis limit) {
     std::vector<std::string> argvText{"tarnnetdtool"}, envText;
     argvText.insert(argvText.end(), args.begin(), args.end());
     for (char** e = environ; *e != nullptr; ++e)

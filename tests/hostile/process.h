@@ -31,8 +31,7 @@ struct ToolRun {
 // Runs the simulated tool with argv[0] "tarnnetdtool", `args`, and `env` in place of our own
 // TARNSIM_ variables, in the directory `dir` (standard output and error go to files there);
 // killed at `limit`.
-ToolRun RunTool(const std::vector<std::string>& args, const std::vector<std::string>& env, const std::string& dir,
-                Millis limit);
+ToolRun RunTool(const std::vector<std::string>& args, const std::vector<std::string>& env, const std::string& dir, Millis limit);
 
 // A fresh directory under the temporary directory, removed with its contents.
 class TempDir {

@@ -94,8 +94,9 @@ bool WriteAll(int fd, const std::string& text) {
     return true;
 }
 
+// Opening does not wait for a FIFO's writer; only a regular file is read.
 bool ReadFile(const char* path, std::string& text, struct stat* info) {
-    tarnlinux::Fd fd(open(path, O_RDONLY | O_CLOEXEC));
+    tarnlinux::Fd fd(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (fd.Get() < 0 || fstat(fd.Get(), info) != 0 || !S_ISREG(info->st_mode)) return false;
     return ReadAll(fd.Get(), text);
 }

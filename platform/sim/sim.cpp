@@ -5,13 +5,14 @@
 #include <json/reader.h>
 #include <json/writer.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -97,6 +98,7 @@ struct State {
     Json::Value scenario{Json::objectValue};
     std::map<std::string, Json::ArrayIndex> used;
     FILE* journal = nullptr;
+    std::string journalPath;
 };
 
 State& Sim() {
@@ -214,17 +216,62 @@ void CheckMember(Shape shape, const Json::Value& v, const std::string& where) {
     }
 }
 
-void LoadScenario(const char* path) {
-    std::ifstream in(path);
-    if (!in) throw BadScenario{std::string("cannot read ") + path + ": " + std::strerror(errno)};
+// A scenario is a small document; anything larger, or endless, is a mistake to refuse rather
+// than read.
+constexpr size_t kScenarioLimit = 4 << 20;
+
+// A descriptor closed when it goes out of scope.
+class Fd {
+public:
+    explicit Fd(int fd) : fd_(fd) {}
+    ~Fd() {
+        if (fd_ >= 0) close(fd_);
+    }
+    Fd(const Fd&) = delete;
+    Fd& operator=(const Fd&) = delete;
+    int Get() const { return fd_; }
+
+private:
+    int fd_;
+};
+
+// The whole scenario file; opening does not wait for a FIFO's writer, and what is not a
+// regular file is never read.
+std::string ReadScenario(const char* path) {
+    std::string where = std::string("cannot read ") + path + ": ";
+    Fd fd(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    struct stat info;
+    if (fd.Get() < 0 || fstat(fd.Get(), &info) != 0) throw BadScenario{where + std::strerror(errno)};
+    if (!S_ISREG(info.st_mode)) throw BadScenario{where + "not a regular file"};
+    std::string text;
+    char chunk[65536];
+    for (;;) {
+        ssize_t got = read(fd.Get(), chunk, sizeof chunk);
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) throw BadScenario{where + std::strerror(errno)};
+        if (got == 0) return text;
+        text.append(chunk, static_cast<size_t>(got));
+        if (text.size() > kScenarioLimit) throw BadScenario{where + "larger than 4 MiB"};
+    }
+}
+
+Json::Value ParseScenario(const char* path, const std::string& text) {
     Json::CharReaderBuilder builder;
     Json::CharReaderBuilder::strictMode(&builder.settings_);
+    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     Json::Value root;
     std::string errors;
-    if (!Json::parseFromStream(builder, in, &root, &errors)) {
-        std::string first = errors.substr(0, errors.find('\n'));
-        throw BadScenario{std::string("cannot parse ") + path + ": " + first};
+    try {
+        if (reader->parse(text.data(), text.data() + text.size(), &root, &errors)) return root;
+    } catch (const Json::Exception& e) {
+        // The reader throws rather than reports when a document nests too deeply.
+        errors = e.what();
     }
+    throw BadScenario{std::string("cannot parse ") + path + ": " + errors.substr(0, errors.find('\n'))};
+}
+
+void LoadScenario(const char* path) {
+    Json::Value root = ParseScenario(path, ReadScenario(path));
     Require(root.isObject(), "scenario", "expected an object");
     for (const std::string& name : root.getMemberNames()) {
         auto shape = kMembers.find(name);
@@ -245,7 +292,9 @@ std::string Compact(const Json::Value& v) {
     static const std::unique_ptr<Json::StreamWriter> writer = [] {
         Json::StreamWriterBuilder builder;
         builder["indentation"] = "";
-        builder["emitUTF8"] = true;
+        // Everything beyond ASCII escaped, bytes that are not UTF-8 as U+FFFD, as on standard
+        // output: every journal line stays valid JSON whatever the arguments hold.
+        builder["emitUTF8"] = false;
         return std::unique_ptr<Json::StreamWriter>(builder.newStreamWriter());
     }();
     std::ostringstream out;
@@ -262,6 +311,7 @@ std::string Load(const char* scenarioPath, const char* journalPath) {
     if (journalPath != nullptr) {
         state.journal = std::fopen(journalPath, "w");
         if (state.journal == nullptr) return std::string("cannot open journal ") + journalPath + ": " + std::strerror(errno);
+        state.journalPath = journalPath;
     }
     if (scenarioPath == nullptr) return "";
     try {
@@ -342,8 +392,9 @@ void Write(const char* op, const Json::Value& args, const Json::Value* result) {
     if (!args.isNull()) line += ",\"args\":" + Compact(args);
     if (result != nullptr) line += ",\"result\":" + Compact(*result);
     line += "}\n";
-    std::fputs(line.c_str(), journal);
-    std::fflush(journal);
+    // A run whose record is incomplete must not look recorded.
+    if (std::fputs(line.c_str(), journal) < 0 || std::fflush(journal) != 0)
+        Fail("cannot write journal " + Sim().journalPath + ": " + std::strerror(errno));
 }
 
 }  // namespace

@@ -1,10 +1,12 @@
 #!/bin/sh
-# The router lock: a second process waits while the first holds it, then gets it.
+# The router lock: a second process waits while the first holds it, then gets it; the lock's
+# directory and file are made for root alone to change, whatever the umask.
 set -eu
 . "$(dirname "$0")/lib.sh"
 
 lock=/tmp/lock/lock_ipv6_router
 holder=
+umask 000
 trap '[ -n "$holder" ] && kill "$holder" 2>/dev/null; true' EXIT
 "$PROBE" lock "$lock" 1500 >/tmp/holder.out &
 holder=$!
@@ -13,7 +15,7 @@ for _ in $(seq 50); do
     sleep 0.1
 done
 grep -q '^locked' /tmp/holder.out || fail "holder never took the lock"
-[ -d /tmp/lock ] || fail "lock directory not created"
+expect_eq "$(stat -c '%a %u' /tmp/lock $lock | tr '\n' ' ')" "755 0 600 0 " "modes and owners of the lock"
 
 out=$("$PROBE" lock "$lock" 0) || fail "waiter: exit status $?"
 waited=$(echo "$out" | sed -n 's/^locked after \([0-9]*\) ms$/\1/p')

@@ -1,0 +1,337 @@
+// A bounded, seeded fuzz run of the simulated tool (built with the sanitizers): random
+// argument vectors and mutated scenarios for every action. A run fails on an exit status
+// other than 0 or 255, a sanitizer report, a journal that is not JSON Lines, or a run over
+// the time limit; each failure is printed with its reproducer.
+#include "actions.h"
+#include "hostile/process.h"
+
+#include <json/reader.h>
+#include <json/value.h>
+#include <json/writer.h>
+
+#include <algorithm>
+#include <atomic>
+#include <climits>
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <mutex>
+#include <random>
+#include <sstream>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// Changed only by hand, so that every run of the suite tries the same inputs.
+constexpr uint32_t kSeed = 14;
+constexpr int kRuns = 2000;
+constexpr hostile::Millis kLimit = 5s;
+constexpr int kMaxExtraArgs = 7;
+constexpr size_t kPrintedFailures = 10;
+
+// Rich enough that every action gets past its first calls.
+const char* const kBaseScenario = R"({
+  "gateways": {
+    "GTYPE_V4": [{"ifname": "eth0", "gateway": "192.0.2.1", "dns": "192.0.2.53", "priority": 1, "class": "wan"},
+                 {"ifname": "eth1", "gateway": "198.51.100.1", "class": "wan"},
+                 {"ifname": "lbr0", "gateway": "", "class": "lan"}],
+    "GTYPE_V6": [{"ifname": "eth0", "gateway": "2001:db8::1", "class": "wan"},
+                 {"ifname": "eth1", "gateway": "2001:db8:1::1", "class": "wan"}]},
+  "gateway_data": {"GTYPE_V4": {"eth0": {"class": "wan", "dns": "192.0.2.53"}}},
+  "duid": "00:03:00:01:02:42:c0:a8:00:02",
+  "route_tables": {"0": {"main": [{"dst": "192.0.2.0/24"}]}, "1": {"main": []}},
+  "ipv6_addresses": {"eth0": ["2001:db8::10"], "eth1": ["2001:db8:1::10", "2001:db8:1::11"]},
+  "networks": {"ipv4": {"lbr0": [["192.0.2.0", 24]], "gbr0": [["198.51.100.0", 24]]},
+               "ipv6": {"lbr0": [["2001:db8:1200:1::", 64]]}},
+  "router6": {"eth1": {"type": "6in4", "prefix": "2001:db8:1200::/56",
+                       "allocations": [["2001:db8:1200::", "lbr0"], ["2001:db8:1200:1::", "ovpn"], ["x", "gbr0"]]},
+              "eth0": {"type": "native", "prefix": "2001:db8:1300::/+56", "allocations": [["2001:db8:1300::", "ovpn"]]}},
+  "prefix64": {"2001:db8:1200::/56": ["2001:db8:1200::", "2001:db8:1200:1::"], "2001:db8:1300::/56": ["2001:db8:1300:5::"]},
+  "routers": {"eth1": {"type": "native"}, "eth0": {"type": "6to4"}},
+  "ifconfig": {"eth0": "eth0      Link encap:Ethernet\n          inet addr:192.0.2.10  Bcast:192.0.2.255  Mask:255.255.255.0\n",
+               "eth1": "eth1: flags=4163<UP>  mtu 1500\n        inet 198.51.100.10  netmask 255.255.255.0\n"},
+  "aliases": {"eth0": ["192.0.2.11/24", "192.0.2.12"]},
+  "keyvalues": {"/usr/tarn/etc/packages/Tunnelbay/tarnvpn.conf": {"ovpn_enable_ipv6": "yes"}},
+  "results": {"NetClient.IsServerReady": [false, true], "PolicyRoute.EnableTable": [0, 0, -1],
+              "Router6Prefix.Allocate": [true, false], "TLIBCFileSetLine": [1, 0], "TLIBCExec": [0, -1],
+              "FileLock.Lock": [true], "TLIBCPopen": ["ptr"], "Router6Factory.newRouterV6Instance": ["ptr"]}
+})";
+
+// clang-format off
+const char* const kWords[] = {
+    "-4", "-6", "-4x", "-64", "-5", "all", "", "-", "eth0", "eth1", "lbr0", "gbr0", "wan", "lan", "yes", "no",
+    "multi-gateway", "192.0.2.1", "198.51.100.1", "255.255.255.0", "24", "64", "2001:db8::1", "2001:db8:1200::/56",
+    "2001:db8::/56/7", "+56", "-1", "2147483648", "native", "6in4", "%s%s%s%n", "%d %x", "\xff\xfe", "\xc3", "\xc3\xa9",
+    "a b", "eth0\nx", "\t", "../../x", "192.0.2.10,192.0.2.11", "ovpn", "{}", "[", "\""
+};
+// clang-format on
+
+// Deterministic choices from one seed (the standard distributions differ between libraries).
+class Random {
+public:
+    explicit Random(uint32_t seed) : engine_(seed) {}
+    size_t Below(size_t n) { return n == 0 ? 0 : engine_() % n; }
+    bool OneIn(size_t n) { return Below(n) == 0; }
+    template <typename T, size_t N>
+    const T& Pick(const T (&items)[N]) {
+        return items[Below(N)];
+    }
+    std::string Bytes(size_t length) {
+        std::string text;
+        for (size_t i = 0; i < length; ++i) text += static_cast<char>(1 + Below(255));
+        return text;
+    }
+
+private:
+    std::mt19937 engine_;
+};
+
+std::string Word(Random& random) {
+    switch (random.Below(10)) {
+        case 0:
+            return random.Bytes(1 + random.Below(40));
+        case 1:
+            return std::string(1000 + random.Below(70000), "ae:/9%"[random.Below(6)]);
+        default:
+            return random.Pick(kWords);
+    }
+}
+
+Json::Value RandomValue(Random& random, int depth) {
+    switch (random.Below(depth > 3 ? 7 : 9)) {
+        case 0:
+            return Json::Value();
+        case 1:
+            return random.OneIn(2);
+        case 2: {
+            const Json::Int64 ints[] = {0, 1, -1, 24, 64, INT_MAX, INT_MIN, Json::Int64(INT_MAX) + 1, Json::Int64(INT_MIN) - 1};
+            return Json::Value(random.Pick(ints));
+        }
+        case 3:
+            return 1e300 * (random.OneIn(2) ? 1 : -1);
+        case 4:
+        case 5:
+            return Word(random);
+        case 6:
+            return "ptr";
+        case 7: {
+            Json::Value array(Json::arrayValue);
+            for (size_t i = random.Below(4); i > 0; --i) array.append(RandomValue(random, depth + 1));
+            return array;
+        }
+        default: {
+            Json::Value object(Json::objectValue);
+            for (size_t i = random.Below(4); i > 0; --i) object[Word(random)] = RandomValue(random, depth + 1);
+            return object;
+        }
+    }
+}
+
+void Nodes(Json::Value& value, std::vector<Json::Value*>& out) {
+    out.push_back(&value);
+    if (value.isArray() || value.isObject())
+        for (Json::Value& child : value) Nodes(child, out);
+}
+
+// A value of the same kind as `v` where there is one to choose, so that many mutants still
+// pass the scenario's checks and reach the actions.
+Json::Value Alike(Random& random, const Json::Value& v) {
+    if (v.isBool()) return !v.asBool();
+    if (v.isIntegral()) {
+        const int ints[] = {0, 1, -1, 2, INT_MAX, INT_MIN};
+        return random.Pick(ints);
+    }
+    if (v.isString()) return Word(random);
+    return RandomValue(random, 0);
+}
+
+void MutateTree(Random& random, Json::Value& root) {
+    std::vector<Json::Value*> nodes;
+    Nodes(root, nodes);
+    Json::Value& node = *nodes[random.Below(nodes.size())];
+    switch (random.Below(8)) {
+        case 0:
+            node = RandomValue(random, 0);
+            return;
+        case 1:
+            if (node.isObject() && node.size() > 0) {
+                std::vector<std::string> names = node.getMemberNames();
+                node.removeMember(names[random.Below(names.size())]);
+                return;
+            }
+            [[fallthrough]];
+        case 2:
+            if (node.isArray() && node.size() > 0) {
+                Json::Value copy = node[static_cast<Json::ArrayIndex>(random.Below(node.size()))];
+                node.append(copy);
+                return;
+            }
+            [[fallthrough]];
+        default:
+            node = Alike(random, node);
+    }
+}
+
+void MutateText(Random& random, std::string& text) {
+    size_t at = random.Below(text.size() + 1);
+    switch (random.Below(5)) {
+        case 0:
+            if (at < text.size()) text[at] = static_cast<char>(random.Below(256));
+            return;
+        case 1:
+            text.insert(at, random.Bytes(1 + random.Below(8)));
+            return;
+        case 2:
+            text.erase(at, random.Below(64));
+            return;
+        case 3:
+            text.insert(at, std::string(100 + random.Below(3000), "[{"[random.Below(2)]));
+            return;
+        default:
+            text.resize(at);
+    }
+}
+
+std::string Compact(const Json::Value& v) {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    builder["emitUTF8"] = true;
+    return Json::writeString(builder, v);
+}
+
+struct Input {
+    std::vector<std::string> args;
+    bool hasScenario = false;
+    std::string scenario;
+};
+
+Input MakeInput(Random& random, int index, const Json::Value& base) {
+    Input input;
+    const char* action = kActions[static_cast<size_t>(index) % kActions.size()].name;
+    if (random.OneIn(25)) {
+        std::string odd = action;
+        MutateText(random, odd);
+        if (!odd.empty() || random.OneIn(2)) input.args.push_back(odd);
+    } else {
+        input.args.push_back(action);
+    }
+    for (size_t n = random.Below(kMaxExtraArgs + 1); n > 0; --n) input.args.push_back(Word(random));
+    input.hasScenario = !random.OneIn(10);
+    if (!input.hasScenario) return input;
+    Json::Value tree = base;
+    for (size_t n = random.Below(4); n > 0; --n) MutateTree(random, tree);
+    input.scenario = Compact(tree);
+    if (random.OneIn(8)) MutateText(random, input.scenario);
+    return input;
+}
+
+// Bash's $'...' form of any bytes.
+std::string Quoted(const std::string& text) {
+    std::ostringstream out;
+    out << "$'";
+    for (unsigned char c : text) {
+        if (c == '\'' || c == '\\')
+            out << '\\' << c;
+        else if (c >= 0x20 && c < 0x7f)
+            out << c;
+        else
+            out << "\\x"
+                << "0123456789abcdef"[c >> 4] << "0123456789abcdef"[c & 15];
+    }
+    out << "'";
+    return out.str();
+}
+
+std::string Reproducer(const Input& input) {
+    std::string text = "  ";
+    if (input.hasScenario) text += "printf %s " + Quoted(input.scenario) + " >scenario.json\n  TARNSIM_SCENARIO=scenario.json ";
+    text += "TARNSIM_JOURNAL=journal tarnnetdtool-sim";
+    for (const std::string& arg : input.args) text += " " + Quoted(arg);
+    return text + "\n";
+}
+
+// What is wrong with a run, or "" when nothing is.
+std::string Fault(const hostile::ToolRun& run, const std::string& journal) {
+    if (run.ended.status == hostile::kTimedOut) return "still running after " + std::to_string(kLimit.count()) + " ms";
+    if (run.ended.status != 0 && run.ended.status != 255) return "exit status " + std::to_string(run.ended.status);
+    if (run.err.find("Sanitizer") != std::string::npos || run.err.find("runtime error:") != std::string::npos)
+        return "sanitizer report";
+    if (!hostile::IsUtf8(journal)) return "journal is not UTF-8";
+    Json::CharReaderBuilder builder;
+    Json::CharReaderBuilder::strictMode(&builder.settings_);
+    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    std::istringstream lines(journal);
+    for (std::string line; std::getline(lines, line);) {
+        Json::Value event;
+        if (!reader->parse(line.data(), line.data() + line.size(), &event, nullptr) || !event.isObject())
+            return "journal line is not a JSON object: " + line.substr(0, 200);
+    }
+    return "";
+}
+
+struct Tally {
+    std::mutex mutex;
+    std::vector<std::pair<int, std::string>> failures;
+    int succeeded = 0;
+    int failed = 0;
+    int badScenarios = 0;
+    hostile::Millis slowest{0};
+};
+
+void Work(const std::vector<Input>& inputs, std::atomic<int>& next, Tally& tally) {
+    hostile::TempDir dir;
+    std::string scenarioPath = dir / "scenario.json", journalPath = dir / "journal";
+    for (int i = next++; i < static_cast<int>(inputs.size()); i = next++) {
+        const Input& input = inputs[static_cast<size_t>(i)];
+        std::remove(journalPath.c_str());
+        std::vector<std::string> env{"TARNSIM_JOURNAL=" + journalPath};
+        if (input.hasScenario) {
+            std::ofstream(scenarioPath, std::ios::binary | std::ios::trunc) << input.scenario;
+            env.push_back("TARNSIM_SCENARIO=" + scenarioPath);
+        }
+        hostile::ToolRun run = hostile::RunTool(input.args, env, dir.Path(), kLimit);
+        std::string fault = Fault(run, hostile::ReadFile(journalPath));
+        std::lock_guard<std::mutex> lock(tally.mutex);
+        tally.slowest = std::max(tally.slowest, run.ended.took);
+        (run.ended.status == 0 ? tally.succeeded : tally.failed)++;
+        if (run.err.rfind("tarnnetdtool-sim: bad scenario:", 0) == 0) tally.badScenarios++;
+        if (!fault.empty())
+            tally.failures.emplace_back(i, fault + "\n" + Reproducer(input) + "  standard error: " + run.err.substr(0, 2000));
+    }
+}
+
+}  // namespace
+
+int main() {
+    Json::Value base;
+    std::istringstream baseText(kBaseScenario);
+    Json::CharReaderBuilder builder;
+    std::string errors;
+    if (!Json::parseFromStream(builder, baseText, &base, &errors)) {
+        std::cerr << "base scenario: " << errors;
+        return 1;
+    }
+    Random random(kSeed);
+    std::vector<Input> inputs;
+    for (int i = 0; i < kRuns; ++i) inputs.push_back(MakeInput(random, i, base));
+
+    auto start = std::chrono::steady_clock::now();
+    Tally tally;
+    std::atomic<int> next{0};
+    // Twice the cores: a run spends about as long starting and ending as computing.
+    unsigned count = std::max(1u, std::thread::hardware_concurrency()) * 2;
+    std::vector<std::thread> workers;
+    for (unsigned w = 0; w < count; ++w) workers.emplace_back(Work, std::cref(inputs), std::ref(next), std::ref(tally));
+    for (std::thread& worker : workers) worker.join();
+    auto took = std::chrono::duration_cast<hostile::Millis>(std::chrono::steady_clock::now() - start);
+
+    std::sort(tally.failures.begin(), tally.failures.end());
+    for (size_t i = 0; i < tally.failures.size() && i < kPrintedFailures; ++i)
+        std::cout << "FAIL run " << tally.failures[i].first << ": " << tally.failures[i].second << "\n";
+    std::cout << kRuns << " runs, seed " << kSeed << ", " << took.count() << " ms: " << tally.succeeded << " exit 0, "
+              << tally.failed << " exit 255 or worse (" << tally.badScenarios << " bad scenarios), " << tally.failures.size()
+              << " faults, slowest " << tally.slowest.count() << " ms" << std::endl;
+    return tally.failures.empty() ? 0 : 1;
+}

@@ -1,0 +1,180 @@
+// The rules every request must pass, the order of the records and what each change keeps.
+#include "records.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+
+namespace {
+
+using namespace tarnnetd;
+
+using Parser = std::function<bool(const Json::Value&, std::string&)>;
+
+bool Add(const Json::Value& r, std::string& e) {
+    AddRequest out;
+    return ParseAdd(r, out, e);
+}
+bool Copy(const Json::Value& r, std::string& e) {
+    CopyRequest out;
+    return ParseCopy(r, out, e);
+}
+bool Slave(const Json::Value& r, std::string& e) {
+    SlaveRequest out;
+    return ParseSlave(r, out, e);
+}
+bool Refresh(const Json::Value& r, std::string& e) {
+    std::vector<Family> out;
+    return ParseRefresh(r, out, e);
+}
+
+struct RequestCase {
+    const char* text;
+    Parser parse;
+    const char* reason;  // "" when the request is valid
+};
+
+TEST(Requests, AreCheckedMemberByMember) {
+    const RequestCase cases[] = {
+        {R"({"type":"GTYPE_V4","ifname":"eth0","gateway":"192.0.2.1","dns":"192.0.2.53","priority":"10","class":"wan"})", Add, ""},
+        {R"({"type":"GTYPE_V6","ifname":"eth0","gateway":"fe80::1","dns":"2001:db8::53","priority":"0"})", Add, ""},
+        {R"({"ifname":"eth0","gateway":"192.0.2.1","dns":"192.0.2.53","priority":"1"})", Add, "\"type\" must be a string"},
+        {R"({"type":4,"ifname":"eth0","gateway":"192.0.2.1","dns":"192.0.2.53","priority":"1"})", Add, "\"type\" must be a string"},
+        {R"({"type":"GTYPE_V5","ifname":"eth0","gateway":"192.0.2.1","dns":"192.0.2.53","priority":"1"})", Add, "GTYPE_V4 or GTYPE_V6"},
+        {R"({"type":"GTYPE_V4","ifname":"","gateway":"192.0.2.1","dns":"192.0.2.53","priority":"1"})", Add, "not an interface name"},
+        {R"({"type":"GTYPE_V4","ifname":"abcdefghijklmnop","gateway":"192.0.2.1","dns":"192.0.2.53","priority":"1"})", Add, "not an interface name"},
+        {R"({"type":"GTYPE_V4","ifname":"abcdefghijklmno","gateway":"192.0.2.1","dns":"192.0.2.53","priority":"1"})", Add, ""},
+        {R"({"type":"GTYPE_V4","ifname":"../x","gateway":"192.0.2.1","dns":"192.0.2.53","priority":"1"})", Add, "not an interface name"},
+        {R"({"type":"GTYPE_V4","ifname":"eth 0","gateway":"192.0.2.1","dns":"192.0.2.53","priority":"1"})", Add, "not an interface name"},
+        {R"({"type":"GTYPE_V4","ifname":"eth0","gateway":"2001:db8::1","dns":"192.0.2.53","priority":"1"})", Add, "\"gateway\" is not an address of GTYPE_V4"},
+        {R"({"type":"GTYPE_V4","ifname":"eth0","gateway":"192.0.2.256","dns":"192.0.2.53","priority":"1"})", Add, "\"gateway\" is not an address"},
+        {R"({"type":"GTYPE_V6","ifname":"eth0","gateway":"2001:db8::1","dns":"192.0.2.53","priority":"1"})", Add, "\"dns\" is not an address of GTYPE_V6"},
+        {R"({"type":"GTYPE_V4","ifname":"eth0","gateway":"192.0.2.1","priority":"1"})", Add, "\"dns\" must be a string"},
+        {R"({"type":"GTYPE_V4","ifname":"eth0","gateway":"192.0.2.1","dns":"192.0.2.53","priority":10})", Add, "\"priority\" must be a string"},
+        {R"({"type":"GTYPE_V4","ifname":"eth0","gateway":"192.0.2.1","dns":"192.0.2.53","priority":"1","class":7})", Add, "\"class\" must be a string"},
+        {R"({"type":"GTYPE_V4","ifname":"eth0","gateway":"192.0.2.1","dns":"192.0.2.53","priority":"1","class":"a\nb"})", Add, "printable"},
+        {R"({"type":"GTYPE_V4","interface_source":"eth0","interface_destination":"eth1"})", Copy, ""},
+        {R"({"type":"GTYPE_V4","interface_source":"eth0","interface_destination":"eth1","interface_source_delete":"true"})", Copy, "must be a boolean"},
+        {R"({"type":"GTYPE_V4","interface_source":"eth0"})", Copy, "\"interface_destination\" must be a string"},
+        {R"({"type":"GTYPE_V6","ifname":"eth0","slave":true})", Slave, ""},
+        {R"({"type":"GTYPE_V6","ifname":"eth0","slave":"yes"})", Slave, "\"slave\" must be a boolean"},
+        {R"({"type":"ALL"})", Refresh, ""},
+        {R"({"type":"all"})", Refresh, "GTYPE_V4, GTYPE_V6 or ALL"},
+    };
+    for (const RequestCase& c : cases) {
+        Json::Value request;
+        std::string error;
+        ASSERT_TRUE(ParseDocument(c.text, request, error)) << c.text;
+        bool ok = c.parse(request, error);
+        EXPECT_EQ(ok, *c.reason == '\0') << c.text << ": " << error;
+        EXPECT_NE(error.find(c.reason), std::string::npos) << c.text << ": " << error;
+    }
+}
+
+TEST(Requests, PriorityIsAPlainNonNegativeDecimalThatFits) {
+    const std::pair<const char*, std::optional<uint32_t>> cases[] = {
+        {"0", 0u}, {"10", 10u}, {"007", 7u}, {"4294967295", 4294967295u}, {"4294967296", std::nullopt},
+        {"", std::nullopt}, {"-1", std::nullopt}, {"+1", std::nullopt}, {" 1", std::nullopt}, {"1e3", std::nullopt},
+        {"0x10", std::nullopt}, {"1.5", std::nullopt},
+    };
+    for (const auto& [text, expected] : cases) EXPECT_EQ(ParsePriority(text), expected) << text;
+}
+
+TEST(Requests, DocumentMustBeOneStrictJsonObjectOfBoundedSize) {
+    const std::pair<std::string, const char*> cases[] = {
+        {"not json", "not JSON text"},
+        {"[]", "not a JSON object"},
+        {"{} {}", "not JSON text"},
+        {R"({"type":"GTYPE_V4","type":"GTYPE_V6"})", "not JSON text"},
+        {"{\"x\":\"" + std::string(64 * 1024, 'x') + "\"}", "longer than 64 KiB"},
+        {std::string(1024 * 1024, '\x01'), "longer than 64 KiB"},
+    };
+    for (const auto& [text, reason] : cases) {
+        Json::Value request;
+        std::string error;
+        EXPECT_FALSE(ParseDocument(text, request, error)) << text.substr(0, 40);
+        EXPECT_NE(error.find(reason), std::string::npos) << error;
+    }
+}
+
+AddRequest AddOf(const std::string& ifname, uint32_t priority, const char* cls = nullptr) {
+    AddRequest request{Family::kV4, {ifname, "192.0.2.1", "192.0.2.53", priority, cls ? cls : ""}, cls != nullptr};
+    return request;
+}
+
+std::vector<std::string> Order(const FamilyRecords& family) {
+    std::vector<std::string> names;
+    for (const Json::Value& entry : List(family)) names.push_back(entry["ifname"].asString());
+    return names;
+}
+
+TEST(Records, ListByNumericPriorityThenName) {
+    FamilyRecords family;
+    for (auto [name, priority] : {std::pair{"eth9", 10}, {"eth1", 9}, {"eth3", 10}, {"eth0", 100}})
+        tarnnetd::Add(family, AddOf(name, priority));
+    EXPECT_EQ(Order(family), (std::vector<std::string>{"eth1", "eth3", "eth9", "eth0"}));
+}
+
+TEST(Records, AddKeepsTheOldClassOnlyWhenTheRequestHasNone) {
+    FamilyRecords family;
+    tarnnetd::Add(family, AddOf("eth0", 5, "wan"));
+    tarnnetd::Add(family, AddOf("eth0", 7));
+    EXPECT_EQ(family.records.at("eth0").cls, "wan");
+    EXPECT_EQ(family.records.at("eth0").priority, 7u);
+    tarnnetd::Add(family, AddOf("eth0", 7, ""));
+    EXPECT_EQ(family.records.at("eth0").cls, "");
+}
+
+TEST(Records, CopyReplacesTheDestinationAndMovesOnlyWhenAsked) {
+    FamilyRecords family;
+    tarnnetd::Add(family, AddOf("eth0", 5, "wan"));
+    tarnnetd::Add(family, AddOf("eth1", 1, "lan"));
+    EXPECT_TRUE(tarnnetd::Copy(family, {Family::kV4, "eth0", "eth1", false}));
+    EXPECT_EQ(family.records.at("eth1").cls, "wan");
+    EXPECT_EQ(family.records.at("eth1").ifname, "eth1");
+    EXPECT_EQ(family.records.count("eth0"), 1u);
+    EXPECT_TRUE(tarnnetd::Copy(family, {Family::kV4, "eth0", "eth2", true}));
+    EXPECT_EQ(Order(family), (std::vector<std::string>{"eth1", "eth2"}));
+    EXPECT_FALSE(tarnnetd::Copy(family, {Family::kV4, "eth0", "eth3", false}));
+}
+
+TEST(Records, SlaveMarkOutlivesAndPrecedesItsRecord) {
+    FamilyRecords family;
+    tarnnetd::SetSlave(family, "eth0", true);
+    tarnnetd::Add(family, AddOf("eth0", 5));
+    EXPECT_TRUE(List(family)[0]["slave"].asBool());
+    tarnnetd::Delete(family, "eth0");
+    EXPECT_EQ(family.slaves.count("eth0"), 1u);
+    tarnnetd::SetSlave(family, "eth0", false);
+    EXPECT_TRUE(family.slaves.empty());
+}
+
+TEST(Document, RoundTripsAndRefusesWhatARequestWouldBeRefused) {
+    Records records;
+    tarnnetd::Add(records.v4, AddOf("eth0", 5, "wan"));
+    tarnnetd::SetSlave(records.v6, "eth1", true);
+    Records back;
+    std::string error;
+    ASSERT_TRUE(FromDocument(ToDocument(records), back, error)) << error;
+    EXPECT_EQ(ToDocument(back), ToDocument(records));
+
+    const std::pair<std::function<void(Json::Value&)>, const char*> damages[] = {
+        {[](Json::Value& d) { d.removeMember("version"); }, "version 1"},
+        {[](Json::Value& d) { d["GTYPE_V4"]["records"][0]["gateway"] = "2001:db8::1"; }, "\"gateway\""},
+        {[](Json::Value& d) { d["GTYPE_V4"]["records"][0]["priority"] = -1; }, "priority"},
+        {[](Json::Value& d) { d["GTYPE_V4"]["records"].append(d["GTYPE_V4"]["records"][0]); }, "two records of eth0"},
+        {[](Json::Value& d) { d["GTYPE_V6"]["slaves"][0] = 3; }, "slave mark"},
+        {[](Json::Value& d) { d["GTYPE_V6"] = "x"; }, "arrays"},
+    };
+    for (const auto& [damage, reason] : damages) {
+        Json::Value document = ToDocument(records);
+        damage(document);
+        Records untouched = back;
+        EXPECT_FALSE(FromDocument(document, untouched, error)) << reason;
+        EXPECT_NE(error.find(reason), std::string::npos) << error;
+        EXPECT_EQ(ToDocument(untouched), ToDocument(back));
+    }
+}
+
+}  // namespace

@@ -55,7 +55,7 @@ bus_start() {
   <includedir>$BUS_DIR/system.d</includedir>
 </busconfig>
 CONF
-    dbus-daemon --nofork --nopidfile --config-file="$BUS_DIR/bus.conf" &
+    dbus-daemon --nofork --nopidfile --config-file="$BUS_DIR/bus.conf" 2>>/tmp/bus.log &
     BUS_PID=$!
     trap bus_stop EXIT
     wait_for 50 test -S "$BUS_DIR/socket" || fail "no private bus"

@@ -11,6 +11,7 @@
 #include <systemd/sd-event.h>
 #include <syslog.h>
 
+#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -115,8 +116,13 @@ struct EventUnref {
     void operator()(sd_event* event) const { sd_event_unref(event); }
 };
 
+// Set when the log already goes to standard error too.
+bool logsToStderr = false;
+
+// A reason not to run is also told to whoever started the daemon.
 int Die(const std::string& message) {
     syslog(LOG_ERR, "%s", message.c_str());
+    if (!logsToStderr) std::fprintf(stderr, "tarnnetd: %s\n", message.c_str());
     return kExitFailure;
 }
 
@@ -166,6 +172,7 @@ int main(int argc, char** argv) {
             return kExitUsage;
         }
     }
+    logsToStderr = (logOptions & LOG_PERROR) != 0;
     openlog("tarnnetd", logOptions, LOG_DAEMON);
     Service service(path);
     std::string error;

@@ -1,0 +1,34 @@
+#!/bin/bash
+# tarnnetd killed with SIGKILL in the middle of a stream of changes, again and again: every
+# change that was answered as done is in the record file after the restart, and the file is
+# never found half written (it would be moved aside).
+set -eu
+. "$(dirname "$0")/bus.sh"
+. "$(dirname "$0")/lib.sh"
+bus_start
+ROUNDS=15
+: >/tmp/done
+for round in $(seq 1 "$ROUNDS"); do
+    daemon_start
+    (
+        i=0
+        while :; do
+            i=$((i + 1))
+            name=r${round}x$i
+            "$TOOL" --add-gateway-info -4 "$i" "$name" 192.0.2.1 192.0.2.53 2>/dev/null && echo "$name" >>/tmp/done
+        done
+    ) &
+    writer=$!
+    sleep "0.$((RANDOM % 5 + 1))"
+    daemon_stop KILL
+    kill "$writer"
+    wait "$writer" 2>/dev/null || true
+done
+daemon_start
+ls /etc/route-mgt/gateway_priority.unreadable-* 2>/dev/null && fail "a record file was half written"
+list=$("$TOOL" --get-gateway-list-data -4)
+[ "$(wc -l </tmp/done)" -gt "$ROUNDS" ] || fail "too few changes answered to mean anything: $(wc -l </tmp/done)"
+while read -r name; do
+    grep -q "\"ifname\" : \"$name\"" <<<"$list" || fail "$name was answered as added but is gone"
+done </tmp/done
+echo ok

@@ -5,7 +5,7 @@
 # namespaces and exports DBUS_SYSTEM_BUS_ADDRESS; daemon_start / daemon_stop start and stop
 # tarnnetd; both are stopped by process id when the test exits.
 # The binary and the policy are opened now, before lib.sh may hide them under a private /tmp.
-exec 6<"$3" 7<"$(dirname "$0")/../../tarnnetd/net.tarn.Netd1.conf"
+exec 6<"$3" 7<"$(dirname "${BASH_SOURCE[0]}")/../../tarnnetd/net.tarn.Netd1.conf"
 BUS_DIR=/run/tarn-test-bus
 BUS_PID=
 DAEMON_PID=

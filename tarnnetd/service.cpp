@@ -17,6 +17,8 @@ std::string Compact(const Json::Value& value) {
 
 Outcome Invalid(const std::string& reason) { return {Outcome::kInvalid, reason}; }
 
+const Outcome kApplied{Outcome::kDone, ""};
+
 }  // namespace
 
 bool Service::Load(std::string& error) { return LoadRecords(path_, records_, error); }
@@ -39,39 +41,31 @@ Outcome Service::ByInterface(const Json::Value& request) const {
 }
 
 Outcome Service::Add(const Json::Value& request) {
-    AddRequest parsed;
-    std::string error;
-    if (!ParseAdd(request, parsed, error)) return Invalid(error);
-    Records next = records_;
-    tarnnetd::Add(next.Of(parsed.family), parsed);
-    return Commit(std::move(next), parsed.family);
+    return Change<AddRequest>(request, ParseAdd, [](FamilyRecords& family, const AddRequest& add) {
+        tarnnetd::Add(family, add);
+        return kApplied;
+    });
 }
 
 Outcome Service::Delete(const Json::Value& request) {
-    InterfaceRequest parsed;
-    std::string error;
-    if (!ParseInterface(request, parsed, error)) return Invalid(error);
-    Records next = records_;
-    tarnnetd::Delete(next.Of(parsed.family), parsed.ifname);
-    return Commit(std::move(next), parsed.family);
+    return Change<InterfaceRequest>(request, ParseInterface, [](FamilyRecords& family, const InterfaceRequest& del) {
+        tarnnetd::Delete(family, del.ifname);
+        return kApplied;
+    });
 }
 
 Outcome Service::Copy(const Json::Value& request) {
-    CopyRequest parsed;
-    std::string error;
-    if (!ParseCopy(request, parsed, error)) return Invalid(error);
-    Records next = records_;
-    if (!tarnnetd::Copy(next.Of(parsed.family), parsed)) return {Outcome::kNotFound, "no record of " + parsed.source + " to copy"};
-    return Commit(std::move(next), parsed.family);
+    return Change<CopyRequest>(request, ParseCopy, [](FamilyRecords& family, const CopyRequest& copy) {
+        if (tarnnetd::Copy(family, copy)) return kApplied;
+        return Outcome{Outcome::kNotFound, "no record of " + copy.source + " to copy"};
+    });
 }
 
 Outcome Service::SetSlave(const Json::Value& request) {
-    SlaveRequest parsed;
-    std::string error;
-    if (!ParseSlave(request, parsed, error)) return Invalid(error);
-    Records next = records_;
-    tarnnetd::SetSlave(next.Of(parsed.family), parsed.ifname, parsed.slave);
-    return Commit(std::move(next), parsed.family);
+    return Change<SlaveRequest>(request, ParseSlave, [](FamilyRecords& family, const SlaveRequest& slave) {
+        tarnnetd::SetSlave(family, slave.ifname, slave.slave);
+        return kApplied;
+    });
 }
 
 Outcome Service::Refresh(const Json::Value& request) {
@@ -80,7 +74,7 @@ Outcome Service::Refresh(const Json::Value& request) {
     if (!ParseRefresh(request, families, error)) return Invalid(error);
     for (Family family : families)
         if (!RefreshFamily(family, error)) return {Outcome::kFailed, error};
-    return {Outcome::kDone, ""};
+    return kApplied;
 }
 
 Outcome Service::ResetIPv6Module(const Json::Value& request) {
@@ -88,7 +82,18 @@ Outcome Service::ResetIPv6Module(const Json::Value& request) {
     std::string error;
     if (!ParseIfname(request, ifname, error)) return Invalid(error);
     if (!ResetIPv6(ifname, error)) return {Outcome::kFailed, error};
-    return {Outcome::kDone, ""};
+    return kApplied;
+}
+
+template <typename Request, typename Apply>
+Outcome Service::Change(const Json::Value& request, bool (*parse)(const Json::Value&, Request&, std::string&), Apply apply) {
+    Request parsed;
+    std::string error;
+    if (!parse(request, parsed, error)) return Invalid(error);
+    Records next = records_;
+    Outcome applied = apply(next.Of(parsed.family), parsed);
+    if (applied.kind != Outcome::kDone) return applied;
+    return Commit(std::move(next), parsed.family);
 }
 
 Outcome Service::Commit(Records next, Family family) {
@@ -98,7 +103,7 @@ Outcome Service::Commit(Records next, Family family) {
     // The change is stored either way; a route the kernel refuses now is retried by the next
     // refresh, so it is logged rather than answered as a failed change.
     if (!RefreshFamily(family, error)) syslog(LOG_WARNING, "refresh of %s: %s", FamilyName(family), error.c_str());
-    return {Outcome::kDone, ""};
+    return kApplied;
 }
 
 bool Service::RefreshFamily(Family family, std::string& error) const {

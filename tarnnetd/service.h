@@ -34,6 +34,9 @@ public:
     Outcome ResetIPv6Module(const Json::Value& request);
 
 private:
+    // Parses a change, applies it to a copy of the records, and commits the copy.
+    template <typename Request, typename Apply>
+    Outcome Change(const Json::Value& request, bool (*parse)(const Json::Value&, Request&, std::string&), Apply apply);
     // Writes `next` to disk, then takes it as the records and refreshes `family`.
     Outcome Commit(Records next, Family family);
     bool RefreshFamily(Family family, std::string& error) const;

@@ -58,13 +58,9 @@ while IFS='|' read -r method argument name reason; do
     cmp -s /etc/route-mgt/gateway_priority /tmp/records || fail "$method $argument changed the records"
 done <<'ROWS'
 AddGateway|'not json'|InvalidRequest|request is not JSON text
-AddGateway|'[1]'|InvalidRequest|request is not a JSON object
 AddGateway|'{"type":"GTYPE_V4"}'|InvalidRequest|"ifname" must be a string
-AddGateway|'{"type":"GTYPE_V4","ifname":"eth0","gateway":"192.0.2.1","dns":"192.0.2.53","priority":"-3"}'|InvalidRequest|non-negative decimal
 AddGateway|'{"type":"GTYPE_V4","ifname":"eth0","gateway":"192.0.2.1","dns":"192.0.2.53","priority":3}'|InvalidRequest|"priority" must be a string
-AddGateway|'{"type":"GTYPE_V6","ifname":"eth0","gateway":"192.0.2.1","dns":"2001:db8::53","priority":"3"}'|InvalidRequest|not an address of GTYPE_V6
 SetSlave|'{"type":"GTYPE_V4","ifname":"a/b","slave":true}'|InvalidRequest|not an interface name
-Refresh|'{"type":"GTYPE_V7"}'|InvalidRequest|GTYPE_V4, GTYPE_V6 or ALL
 GetGatewayByInterface|'{"type":"GTYPE_V4","ifname":"eth9"}'|NotFound|no GTYPE_V4 record of eth9
 ROWS
 # Calls of another shape never reach an operation.

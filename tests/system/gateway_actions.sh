@@ -102,10 +102,4 @@ expect_eq "$(cat /etc/route-mgt/gateway_priority)" "$before" "record file across
 expect_eq "$(tool --get-gateway-list-data -6 | grep -c ifname)" 2 "IPv6 records after a restart"
 expect_eq "$(tool --get-gateway-data-by-interface -6 wan1 | tail -1)" "priority=5" "IPv6 record after a restart"
 
-# A file that does not parse is kept aside and the daemon starts empty.
-daemon_stop
-echo '{"version":1,' >/etc/route-mgt/gateway_priority
-daemon_start
-expect_eq "$(tool --get-gateway-list-data -4)" "[]" "list after an unreadable file"
-expect_eq "$(cat /etc/route-mgt/gateway_priority.unreadable-*)" '{"version":1,' "the file kept aside"
 echo ok

@@ -32,11 +32,6 @@ std::map<const NetClient*, Bus>& Connections() {
     return connections;
 }
 
-sd_bus* BusOf(const NetClient* client) {
-    auto found = Connections().find(client);
-    return found == Connections().end() ? nullptr : found->second.get();
-}
-
 // A null connection when there is no bus; the calls then fail.
 Bus Open() {
     sd_bus* bus = nullptr;
@@ -44,6 +39,13 @@ Bus Open() {
     Bus owned(bus);
     if (sd_bus_set_method_call_timeout(bus, tarnbus::kCallTimeoutUsec) < 0) return nullptr;
     return owned;
+}
+
+// The object's connection, made again when the bus was not there before or has gone since.
+sd_bus* BusOf(const NetClient* client) {
+    Bus& bus = Connections()[client];
+    if (!bus || sd_bus_is_open(bus.get()) <= 0) bus = Open();
+    return bus.get();
 }
 
 int Failed(const char* method, const std::string& reason) {

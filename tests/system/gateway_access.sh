@@ -23,7 +23,12 @@ within 1 "$TOOL" --is-server-ready
 expect_eq "$(cat /tmp/out)" 0 "ready without a daemon"
 within 1 "$TOOL" --copy-gateway-info -4 eth0 eth1 && fail "copy without a daemon succeeded"
 
+# A daemon that comes up during the tool's wait for it gets the request.
+"$TOOL" --add-gateway-info -4 30 late0 192.0.2.1 192.0.2.53 &
+adder=$!
+sleep 1.5
 daemon_start
+wait "$adder" || fail "add during the wait for the daemon"
 "$DAEMON" 2>/tmp/second && fail "a second daemon started"
 grep -q "cannot own the bus name net.tarn.Netd1" /tmp/second || fail "second daemon: $(cat /tmp/second)"
 

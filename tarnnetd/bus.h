@@ -20,9 +20,10 @@ inline constexpr char kChangeReplySignature[] = "";
 inline constexpr char kGetGatewayList[] = "GetGatewayList";                // {"type"} -> [entry, ...]
 inline constexpr char kGetGatewayByInterface[] = "GetGatewayByInterface";  // {"type", "ifname"} -> entry
 // Changes, root only.
-inline constexpr char kAddGateway[] = "AddGateway";  // {"type", "ifname", "gateway", "dns", "priority", ["class"]}
+inline constexpr char kAddGateway[] = "AddGateway";        // {"type", "ifname", "gateway", "dns", "priority", ["class"]}
 inline constexpr char kDeleteGateway[] = "DeleteGateway";  // {"type", "ifname"}
-inline constexpr char kCopyGateway[] = "CopyGateway";  // {"type", "interface_source", "interface_destination", "interface_source_delete"}
+inline constexpr char kCopyGateway[] =
+    "CopyGateway";  // {"type", "interface_source", "interface_destination", "interface_source_delete"}
 inline constexpr char kSetSlave[] = "SetSlave";                // {"type", "ifname", "slave"}
 inline constexpr char kRefresh[] = "Refresh";                  // {"type"}: "GTYPE_V4", "GTYPE_V6" or "ALL"
 inline constexpr char kResetIPv6Module[] = "ResetIPv6Module";  // {"ifname"}

@@ -133,7 +133,8 @@ bool SetDefaultRoute(Family family, const std::optional<DefaultRoute>& wanted, s
             continue;
         }
         int result = rtnl_route_delete(sock.get(), route, 0);
-        if (result < 0 && result != -NLE_OBJ_NOTFOUND) return Fail(error, std::string("cannot remove our default route: ") + nl_geterror(result));
+        if (result < 0 && result != -NLE_OBJ_NOTFOUND)
+            return Fail(error, std::string("cannot remove our default route: ") + nl_geterror(result));
     }
     if (!wanted || present) return true;
     NameProtocols();

@@ -51,7 +51,8 @@ const Method* FindMethod(const char* name) {
 bool CallerIsRoot(sd_bus_message* message) {
     sd_bus_creds* creds = nullptr;
     uid_t uid = 1;
-    bool root = sd_bus_query_sender_creds(message, SD_BUS_CREDS_EUID, &creds) >= 0 && sd_bus_creds_get_euid(creds, &uid) >= 0 && uid == 0;
+    bool root =
+        sd_bus_query_sender_creds(message, SD_BUS_CREDS_EUID, &creds) >= 0 && sd_bus_creds_get_euid(creds, &uid) >= 0 && uid == 0;
     sd_bus_creds_unref(creds);
     return root;
 }
@@ -93,8 +94,7 @@ int OnMethod(sd_bus_message* message, void* userdata, sd_bus_error* error) {
     }
 }
 
-#define TARN_METHOD(name, reply) \
-    SD_BUS_METHOD(name, tarnbus::kRequestSignature, reply, OnMethod, SD_BUS_VTABLE_UNPRIVILEGED)
+#define TARN_METHOD(name, reply) SD_BUS_METHOD(name, tarnbus::kRequestSignature, reply, OnMethod, SD_BUS_VTABLE_UNPRIVILEGED)
 
 const sd_bus_vtable kVtable[] = {
     SD_BUS_VTABLE_START(0),
@@ -138,7 +138,8 @@ int Serve(Service& service) {
     sigaddset(&stops, SIGTERM);
     sigaddset(&stops, SIGINT);
     // A null handler ends the loop; the signals are blocked so that only the loop sees them.
-    if (sigprocmask(SIG_BLOCK, &stops, nullptr) != 0 || sd_event_add_signal(event.get(), nullptr, SIGTERM, nullptr, nullptr) < 0 ||
+    if (sigprocmask(SIG_BLOCK, &stops, nullptr) != 0 ||
+        sd_event_add_signal(event.get(), nullptr, SIGTERM, nullptr, nullptr) < 0 ||
         sd_event_add_signal(event.get(), nullptr, SIGINT, nullptr, nullptr) < 0)
         return Die("cannot catch SIGTERM");
     sd_bus* rawBus = nullptr;
@@ -165,8 +166,10 @@ int main(int argc, char** argv) {
     int logOptions = LOG_PID;
     for (int i = 1; i < argc; ++i) {
         std::string arg = argv[i];
-        if (arg == "--log-stderr") logOptions |= LOG_PERROR;
-        else if (arg == "--records" && i + 1 < argc) path = argv[++i];
+        if (arg == "--log-stderr")
+            logOptions |= LOG_PERROR;
+        else if (arg == "--records" && i + 1 < argc)
+            path = argv[++i];
         else {
             std::fprintf(stderr, "usage: tarnnetd [--records PATH] [--log-stderr]\n");
             return kExitUsage;

@@ -120,9 +120,12 @@ bool ParseDocument(const std::string& text, Json::Value& request, std::string& e
 bool ParseFamily(const Json::Value& request, Family& family, std::string& error) {
     std::string type;
     if (!Text(request, "type", type, error)) return false;
-    if (type == kV4Name) family = Family::kV4;
-    else if (type == kV6Name) family = Family::kV6;
-    else return Fail(error, "member \"type\" must be GTYPE_V4 or GTYPE_V6");
+    if (type == kV4Name)
+        family = Family::kV4;
+    else if (type == kV6Name)
+        family = Family::kV6;
+    else
+        return Fail(error, "member \"type\" must be GTYPE_V4 or GTYPE_V6");
     return true;
 }
 
@@ -237,8 +240,10 @@ bool Copy(FamilyRecords& family, const CopyRequest& request) {
 }
 
 void SetSlave(FamilyRecords& family, const std::string& ifname, bool slave) {
-    if (slave) family.slaves.insert(ifname);
-    else family.slaves.erase(ifname);
+    if (slave)
+        family.slaves.insert(ifname);
+    else
+        family.slaves.erase(ifname);
 }
 
 Json::Value ToDocument(const Records& records) {

@@ -36,7 +36,8 @@ Outcome Service::ByInterface(const Json::Value& request) const {
     if (!ParseInterface(request, parsed, error)) return Invalid(error);
     const FamilyRecords& family = records_.Of(parsed.family);
     auto found = family.records.find(parsed.ifname);
-    if (found == family.records.end()) return {Outcome::kNotFound, "no " + std::string(FamilyName(parsed.family)) + " record of " + parsed.ifname};
+    if (found == family.records.end())
+        return {Outcome::kNotFound, "no " + std::string(FamilyName(parsed.family)) + " record of " + parsed.ifname};
     return {Outcome::kDone, Compact(Entry(found->second, family.slaves.count(parsed.ifname) > 0))};
 }
 

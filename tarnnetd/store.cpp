@@ -84,8 +84,10 @@ bool LoadRecords(const std::string& path, Records& records, std::string& error) 
     if (result == ReadResult::kMissing) return true;
     Json::Value document;
     if (result == ReadResult::kRead) {
-        if (!ParseStrictJson(text, document)) reason = "not JSON text";
-        else if (FromDocument(document, records, reason)) return true;
+        if (!ParseStrictJson(text, document))
+            reason = "not JSON text";
+        else if (FromDocument(document, records, reason))
+            return true;
     }
     std::string aside = path + ".unreadable-" + std::to_string(std::time(nullptr));
     if (rename(path.c_str(), aside.c_str()) != 0) return Fail(error, SystemError(path + " (" + reason + ") not moved aside"));

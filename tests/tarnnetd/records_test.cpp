@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <string>
+#include <tuple>
 
 namespace {
 
@@ -30,48 +31,82 @@ bool Refresh(const Json::Value& r, std::string& e) {
 }
 
 struct RequestCase {
-    const char* text;
     Parser parse;
+    const char* text;
     const char* reason;  // "" when the request is valid
 };
 
-TEST(Requests, AreCheckedMemberByMember) {
-    const RequestCase cases[] = {
-        {R"({"type":"GTYPE_V4","ifname":"eth0","gateway":"192.0.2.1","dns":"192.0.2.53","priority":"10","class":"wan"})", Add, ""},
-        {R"({"type":"GTYPE_V6","ifname":"eth0","gateway":"fe80::1","dns":"2001:db8::53","priority":"0"})", Add, ""},
-        {R"({"ifname":"eth0","gateway":"192.0.2.1","dns":"192.0.2.53","priority":"1"})", Add, "\"type\" must be a string"},
-        {R"({"type":"GTYPE_V5","ifname":"eth0","gateway":"192.0.2.1","dns":"192.0.2.53","priority":"1"})", Add, "GTYPE_V4 or GTYPE_V6"},
-        {R"({"type":"GTYPE_V4","ifname":"abcdefghijklmnop","gateway":"192.0.2.1","dns":"192.0.2.53","priority":"1"})", Add, "not an interface name"},
-        {R"({"type":"GTYPE_V4","ifname":"abcdefghijklmno","gateway":"192.0.2.1","dns":"192.0.2.53","priority":"1"})", Add, ""},
-        {R"({"type":"GTYPE_V4","ifname":"../x","gateway":"192.0.2.1","dns":"192.0.2.53","priority":"1"})", Add, "not an interface name"},
-        {R"({"type":"GTYPE_V4","ifname":"eth0","gateway":"2001:db8::1","dns":"192.0.2.53","priority":"1"})", Add, "\"gateway\" is not an address of GTYPE_V4"},
-        {R"({"type":"GTYPE_V6","ifname":"eth0","gateway":"2001:db8::1","dns":"192.0.2.53","priority":"1"})", Add, "\"dns\" is not an address of GTYPE_V6"},
-        {R"({"type":"GTYPE_V4","ifname":"eth0","gateway":"192.0.2.1","priority":"1"})", Add, "\"dns\" must be a string"},
-        {R"({"type":"GTYPE_V4","ifname":"eth0","gateway":"192.0.2.1","dns":"192.0.2.53","priority":10})", Add, "\"priority\" must be a string"},
-        {R"({"type":"GTYPE_V4","ifname":"eth0","gateway":"192.0.2.1","dns":"192.0.2.53","priority":"1","class":7})", Add, "\"class\" must be a string"},
-        {R"({"type":"GTYPE_V4","ifname":"eth0","gateway":"192.0.2.1","dns":"192.0.2.53","priority":"1","class":"a\nb"})", Add, "printable"},
-        {R"({"type":"GTYPE_V4","interface_source":"eth0","interface_destination":"eth1"})", Copy, ""},
-        {R"({"type":"GTYPE_V4","interface_source":"eth0","interface_destination":"eth1","interface_source_delete":"true"})", Copy, "must be a boolean"},
-        {R"({"type":"GTYPE_V6","ifname":"eth0","slave":true})", Slave, ""},
-        {R"({"type":"GTYPE_V6","ifname":"eth0","slave":"yes"})", Slave, "\"slave\" must be a boolean"},
-        {R"({"type":"ALL"})", Refresh, ""},
-        {R"({"type":"all"})", Refresh, "GTYPE_V4, GTYPE_V6 or ALL"},
+void ExpectParse(const Parser& parse, const Json::Value& request, const char* reason, const std::string& what) {
+    std::string error;
+    EXPECT_EQ(parse(request, error), *reason == '\0') << what << ": " << error;
+    EXPECT_NE(error.find(reason), std::string::npos) << what << ": " << error;
+}
+
+Json::Value Document(const std::string& text) {
+    Json::Value request;
+    std::string error;
+    EXPECT_TRUE(ParseDocument(text, request, error)) << text;
+    return request;
+}
+
+constexpr char kValidAdd[] = R"({"type":"GTYPE_V4","ifname":"eth0","gateway":"192.0.2.1","dns":"192.0.2.53","priority":"1"})";
+
+TEST(Requests, AddIsCheckedMemberByMember) {
+    // A valid add with one member set to another JSON value (or removed, for null).
+    const std::tuple<const char*, const char*, const char*> cases[] = {
+        {"class", R"("wan")", ""},
+        {"type", nullptr, "\"type\" must be a string"},
+        {"type", R"("GTYPE_V5")", "GTYPE_V4 or GTYPE_V6"},
+        {"type", R"("GTYPE_V6")", "\"gateway\" is not an address of GTYPE_V6"},
+        {"ifname", R"("abcdefghijklmno")", ""},
+        {"ifname", R"("abcdefghijklmnop")", "not an interface name"},
+        {"ifname", R"("../x")", "not an interface name"},
+        {"gateway", R"("2001:db8::1")", "\"gateway\" is not an address of GTYPE_V4"},
+        {"dns", nullptr, "\"dns\" must be a string"},
+        {"dns", R"("192.0.2.256")", "\"dns\" is not an address of GTYPE_V4"},
+        {"priority", "10", "\"priority\" must be a string"},
+        {"priority", R"("1x")", "non-negative decimal"},
+        {"class", "7", "\"class\" must be a string"},
+        {"class", R"("a\nb")", "printable"},
     };
-    for (const RequestCase& c : cases) {
-        Json::Value request;
-        std::string error;
-        ASSERT_TRUE(ParseDocument(c.text, request, error)) << c.text;
-        bool ok = c.parse(request, error);
-        EXPECT_EQ(ok, *c.reason == '\0') << c.text << ": " << error;
-        EXPECT_NE(error.find(c.reason), std::string::npos) << c.text << ": " << error;
+    for (const auto& [member, value, reason] : cases) {
+        Json::Value request = Document(kValidAdd);
+        if (value == nullptr)
+            request.removeMember(member);
+        else
+            request[member] = Document(std::string("{\"v\":") + value + "}")["v"];
+        ExpectParse(Add, request, reason, std::string(member) + "=" + (value ? value : "absent"));
     }
+}
+
+TEST(Requests, OtherChangesAreCheckedToo) {
+    const RequestCase cases[] = {
+        {Add, R"({"type":"GTYPE_V6","ifname":"eth0","gateway":"fe80::1","dns":"2001:db8::53","priority":"0"})", ""},
+        {Copy, R"({"type":"GTYPE_V4","interface_source":"eth0","interface_destination":"eth1"})", ""},
+        {Copy, R"({"type":"GTYPE_V4","interface_source":"eth0","interface_destination":"eth1","interface_source_delete":1})",
+         "must be a boolean"},
+        {Slave, R"({"type":"GTYPE_V6","ifname":"eth0","slave":true})", ""},
+        {Slave, R"({"type":"GTYPE_V6","ifname":"eth0","slave":"yes"})", "\"slave\" must be a boolean"},
+        {Refresh, R"({"type":"ALL"})", ""},
+        {Refresh, R"({"type":"all"})", "GTYPE_V4, GTYPE_V6 or ALL"},
+    };
+    for (const RequestCase& c : cases) ExpectParse(c.parse, Document(c.text), c.reason, c.text);
 }
 
 TEST(Requests, PriorityIsAPlainNonNegativeDecimalThatFits) {
     const std::pair<const char*, std::optional<uint32_t>> cases[] = {
-        {"0", 0u}, {"10", 10u}, {"007", 7u}, {"4294967295", 4294967295u}, {"4294967296", std::nullopt},
-        {"", std::nullopt}, {"-1", std::nullopt}, {"+1", std::nullopt}, {" 1", std::nullopt}, {"1e3", std::nullopt},
-        {"0x10", std::nullopt}, {"1.5", std::nullopt},
+        {"0", 0u},
+        {"10", 10u},
+        {"007", 7u},
+        {"4294967295", 4294967295u},
+        {"4294967296", std::nullopt},
+        {"", std::nullopt},
+        {"-1", std::nullopt},
+        {"+1", std::nullopt},
+        {" 1", std::nullopt},
+        {"1e3", std::nullopt},
+        {"0x10", std::nullopt},
+        {"1.5", std::nullopt},
     };
     for (const auto& [text, expected] : cases) EXPECT_EQ(ParsePriority(text), expected) << text;
 }

@@ -25,6 +25,10 @@ wait_for() {
 }
 
 bus_start() {
+    local program
+    for program in dbus-daemon busctl; do
+        command -v "$program" >/dev/null || skip "no $program"
+    done
     mkdir -p "$BUS_DIR/system.d"
     cp /proc/self/fd/7 "$BUS_DIR/system.d/net.tarn.Netd1.conf"
     cp /proc/self/fd/6 "$DAEMON"

@@ -5,6 +5,8 @@
 set -eu
 . "$(dirname "$0")/bus.sh"
 . "$(dirname "$0")/lib.sh"
+command -v gdbus >/dev/null || skip "no gdbus"
+command -v setpriv >/dev/null || skip "no setpriv"
 bus_start
 AS_NOBODY=(setpriv --reuid=nobody --regid=nogroup --clear-groups)
 ADD=(--add-gateway-info -4 10 eth0 192.0.2.1 192.0.2.53 wan)

@@ -73,8 +73,11 @@ Outcome Service::Refresh(const Json::Value& request) {
     std::vector<Family> families;
     std::string error;
     if (!ParseRefresh(request, families, error)) return Invalid(error);
+    // One family failing does not keep the other from its route.
+    std::string failures;
     for (Family family : families)
-        if (!RefreshFamily(family, error)) return {Outcome::kFailed, error};
+        if (!RefreshFamily(family, error)) failures += (failures.empty() ? "" : "; ") + error;
+    if (!failures.empty()) return {Outcome::kFailed, failures};
     return kApplied;
 }
 

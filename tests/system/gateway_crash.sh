@@ -10,18 +10,18 @@ ROUNDS=15
 : >/tmp/done
 for round in $(seq 1 "$ROUNDS"); do
     daemon_start
-    (
+    # The writer leads a process group of its own, so that its tool call in flight ends with it.
+    setsid bash -c '
         i=0
         while :; do
             i=$((i + 1))
-            name=r${round}x$i
-            "$TOOL" --add-gateway-info -4 "$i" "$name" 192.0.2.1 192.0.2.53 2>/dev/null && echo "$name" >>/tmp/done
-        done
-    ) &
+            name=r$1x$i
+            "$0" --add-gateway-info -4 "$i" "$name" 192.0.2.1 192.0.2.53 2>/dev/null && echo "$name" >>/tmp/done
+        done' "$TOOL" "$round" &
     writer=$!
     sleep "0.$((RANDOM % 5 + 1))"
     daemon_stop KILL
-    kill "$writer"
+    kill -- -"$writer"
     wait "$writer" 2>/dev/null || true
 done
 daemon_start

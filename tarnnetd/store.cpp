@@ -2,14 +2,18 @@
 
 #include "linux/linux.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <json/writer.h>
 #include <sys/stat.h>
 #include <syslog.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <memory>
 
 namespace tarnnetd {
 namespace {
@@ -18,6 +22,7 @@ namespace {
 constexpr off_t kMaxFileBytes = 4 * 1024 * 1024;
 constexpr mode_t kFileMode = 0644;
 constexpr mode_t kDirMode = 0755;
+constexpr size_t kTempSuffix = 6;
 
 bool Fail(std::string& error, const std::string& reason) {
     error = reason;
@@ -69,6 +74,22 @@ ReadResult ReadRegular(const std::string& path, std::string& text, std::string& 
     }
 }
 
+// mkostemp's suffix: six letters or digits.
+bool IsTemporaryOf(const std::string& name, const std::string& base) {
+    if (name.size() != base.size() + 1 + kTempSuffix || name.compare(0, base.size() + 1, base + ".") != 0) return false;
+    return std::all_of(name.end() - kTempSuffix, name.end(), [](char c) { return std::isalnum(static_cast<unsigned char>(c)); });
+}
+
+// Temporary files of writes that a kill cut short; nobody else writes beside the record file.
+void RemoveLeftovers(const std::string& path) {
+    std::string dir = Directory(path);
+    std::string base = path.substr(path.rfind('/') + 1);
+    std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(dir.c_str()), closedir);
+    if (!listing) return;
+    while (dirent* entry = readdir(listing.get()))
+        if (IsTemporaryOf(entry->d_name, base)) unlinkat(dirfd(listing.get()), entry->d_name, 0);
+}
+
 bool MakeDirectory(const std::string& dir, std::string& error) {
     if (mkdir(dir.c_str(), kDirMode) == 0 || errno == EEXIST) return true;
     return Fail(error, SystemError("cannot make " + dir));
@@ -78,6 +99,7 @@ bool MakeDirectory(const std::string& dir, std::string& error) {
 
 bool LoadRecords(const std::string& path, Records& records, std::string& error) {
     records = Records();
+    RemoveLeftovers(path);
     std::string text;
     std::string reason;
     ReadResult result = ReadRegular(path, text, reason);

@@ -10,23 +10,6 @@ constexpr int kNotAvailable = -1;
 }  // namespace
 
 namespace tarnnetwork {
-namespace dbus {
-
-NetClient::NetClient() = default;
-NetClient::~NetClient() = default;
-
-bool NetClient::IsServerReady() const { return false; }
-int NetClient::GetGatewayListData(Json::Value&, Json::Value&) { return kNotAvailable; }
-int NetClient::GetGatewayDataByInterface(Json::Value&, Json::Value&) { return kNotAvailable; }
-int NetClient::AddGatewayData(Json::Value&) { return kNotAvailable; }
-int NetClient::DelGatewayData(Json::Value&) { return kNotAvailable; }
-int NetClient::CopyGatewayData(Json::Value&) { return kNotAvailable; }
-int NetClient::RefreshGateway(Json::Value&) { return kNotAvailable; }
-int NetClient::SetSlaveData(Json::Value&) { return kNotAvailable; }
-int NetClient::ResetIPv6Module(const std::string&) { return kNotAvailable; }
-
-}  // namespace dbus
-
 namespace network {
 
 PolicyRoute::PolicyRoute() = default;

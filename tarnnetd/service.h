@@ -1,0 +1,50 @@
+// The daemon's operations over the records, the record file and the kernel; knows nothing of
+// the bus. Each takes the request document and answers an Outcome.
+#ifndef TARNNETD_SERVICE_H
+#define TARNNETD_SERVICE_H
+
+#include "records.h"
+
+#include <json/value.h>
+
+#include <string>
+
+namespace tarnnetd {
+
+struct Outcome {
+    enum Kind { kDone, kInvalid, kNotFound, kFailed };
+    Kind kind;
+    std::string text;  // the reply document when done, else a one-line reason
+};
+
+class Service {
+public:
+    explicit Service(std::string path) : path_(std::move(path)) {}
+
+    // Reads the record file; false (with a reason) when the daemon must not start.
+    bool Load(std::string& error);
+
+    Outcome List(const Json::Value& request) const;
+    Outcome ByInterface(const Json::Value& request) const;
+    Outcome Add(const Json::Value& request);
+    Outcome Delete(const Json::Value& request);
+    Outcome Copy(const Json::Value& request);
+    Outcome SetSlave(const Json::Value& request);
+    Outcome Refresh(const Json::Value& request);
+    Outcome ResetIPv6Module(const Json::Value& request);
+
+private:
+    // Parses a change, applies it to a copy of the records, and commits the copy.
+    template <typename Request, typename Apply>
+    Outcome Change(const Json::Value& request, bool (*parse)(const Json::Value&, Request&, std::string&), Apply apply);
+    // Writes `next` to disk, then takes it as the records and refreshes `family`.
+    Outcome Commit(Records next, Family family);
+    bool RefreshFamily(Family family, std::string& error) const;
+
+    std::string path_;
+    Records records_;
+};
+
+}  // namespace tarnnetd
+
+#endif

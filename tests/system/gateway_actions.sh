@@ -1,0 +1,105 @@
+#!/bin/bash
+# The gateway actions of the product against tarnnetd on a private bus: records listed as the
+# scripts read them, the default route of each family chosen and failed over, another
+# protocol's default route left alone, records kept across a restart.
+set -eu
+. "$(dirname "$0")/bus.sh"
+. "$(dirname "$0")/lib.sh"
+bus_start
+daemon_start
+
+# defaults FAMILY: "gateway dev protocol metric" of each default route of the main table.
+defaults() {
+    ip -j "$1" route show default | sed 's/},{/}\n{/g' |
+        sed -n 's/.*"gateway":"\([^"]*\)","dev":"\([^"]*\)".*"protocol":"\([^"]*\)","metric":\([0-9]*\).*/\1 \2 \3 \4/p' | sort
+}
+tool() { "$TOOL" "$@" 2>>/tmp/tool.err; }
+
+veth wan0
+veth wan1
+ip addr add 192.0.2.2/24 dev wan0
+ip addr add 198.51.100.2/24 dev wan1
+veth oth0
+ip addr add 203.0.113.2/24 dev oth0
+ip route add default via 203.0.113.1 dev oth0 proto static metric 100
+
+expect_eq "$(tool --is-server-ready)" 1 "ready"
+tool --add-gateway-info -4 20 wan1 198.51.100.1 198.51.100.53 || fail "add wan1"
+tool --add-gateway-info -4 10 wan0 192.0.2.1 192.0.2.53 wan || fail "add wan0"
+expect_eq "$(tool --get-gateway-list-data -4)" '[
+	{
+		"class" : "wan",
+		"dns" : "192.0.2.53",
+		"gateway" : "192.0.2.1",
+		"ifname" : "wan0",
+		"priority" : 10,
+		"slave" : false
+	},
+	{
+		"class" : "",
+		"dns" : "198.51.100.53",
+		"gateway" : "198.51.100.1",
+		"ifname" : "wan1",
+		"priority" : 20,
+		"slave" : false
+	}
+]' "list"
+expect_eq "$(tool --get-gateway-data-by-interface -4 wan1)" "class=
+dns=198.51.100.53
+gateway=198.51.100.1
+priority=20" "by interface"
+expect_eq "$(tool --get-interface-by-class -4 wan)" wan0 "by class"
+expect_eq "$(defaults -4)" "192.0.2.1 wan0 tarn-gateway 50
+203.0.113.1 oth0 static 100" "routes after two adds"
+
+# Each row: what happens, then the one default route of ours it must leave (or none).
+while IFS='|' read -r what action want; do
+    eval "$action" || fail "$what: exit status $?"
+    tool --refresh-gateway -4 || fail "$what: refresh"
+    expect_eq "$(defaults -4 | grep tarn-gateway || true)" "$want" "$what"
+    expect_eq "$(defaults -4 | grep static)" "203.0.113.1 oth0 static 100" "$what: others' route"
+done <<'ROWS'
+wan0 marked slave|tool --set-slave-data -4 wan0 yes|198.51.100.1 wan1 tarn-gateway 50
+mark cleared|tool --set-slave-data -4 wan0 no|192.0.2.1 wan0 tarn-gateway 50
+wan0 link down|ip link set wan0 down|198.51.100.1 wan1 tarn-gateway 50
+wan0 link up|ip link set wan0 up|192.0.2.1 wan0 tarn-gateway 50
+wan0 record deleted|tool --del-gateway-info -4 wan0|198.51.100.1 wan1 tarn-gateway 50
+deleted again|tool --del-gateway-info -4 wan0|198.51.100.1 wan1 tarn-gateway 50
+wan1 copied to wan9, kept|tool --copy-gateway-info -4 wan1 wan9|198.51.100.1 wan1 tarn-gateway 50
+both records down|ip link set wan0 down && ip link set wan1 down|
+ROWS
+ip link set wan0 up
+ip link set wan1 up
+# The links' IPv6 addresses went with them.
+ip addr add 2001:db8:1::2/64 dev wan0 nodad
+ip addr add 2001:db8:2::2/64 dev wan1 nodad
+expect_eq "$(tool --get-gateway-data-by-interface -4 wan9)" "class=
+dns=198.51.100.53
+gateway=198.51.100.1
+priority=20" "the copy"
+tool --copy-gateway-info -4 nosuch0 wan9 && fail "copy of a missing record succeeded"
+tool --get-gateway-data-by-interface -4 nosuch0 && fail "a missing record was answered"
+
+tool --add-gateway-info -6 5 wan1 2001:db8:2::1 2001:db8:2::53 wan || fail "add IPv6"
+tool --add-gateway-info -6 7 wan0 fe80::1 2001:db8:1::53 || fail "add IPv6 link-local gateway"
+tool --refresh-gateway all || fail "refresh all"
+expect_eq "$(defaults -6)" "2001:db8:2::1 wan1 tarn-gateway 50" "IPv6 route"
+tool --set-slave-data -6 wan1 yes || fail "slave IPv6"
+expect_eq "$(defaults -6)" "fe80::1 wan0 tarn-gateway 50" "IPv6 route after the slave mark"
+expect_eq "$(tool --get-interface-by-class -6 wan)" wan1 "IPv6 by class"
+
+echo 0 >/proc/sys/net/ipv6/conf/wan0/disable_ipv6
+tool --reset-ipv6-module wan0 || fail "reset IPv6"
+expect_eq "$(cat /proc/sys/net/ipv6/conf/wan0/disable_ipv6)" 0 "disable_ipv6 restored"
+expect_eq "$(ip -6 addr show dev wan0 scope global)" "" "global IPv6 address dropped by the reset"
+tool --reset-ipv6-module nosuch0 && fail "reset of a missing interface succeeded"
+
+before=$(cat /etc/route-mgt/gateway_priority)
+daemon_stop
+expect_eq "$(tool --is-server-ready)" 0 "ready without the daemon"
+daemon_start
+expect_eq "$(cat /etc/route-mgt/gateway_priority)" "$before" "record file across a restart"
+expect_eq "$(tool --get-gateway-list-data -6 | grep -c ifname)" 2 "IPv6 records after a restart"
+expect_eq "$(tool --get-gateway-data-by-interface -6 wan1 | tail -1)" "priority=5" "IPv6 record after a restart"
+
+echo ok

@@ -1,0 +1,110 @@
+// The record file: what a start finds, what a change leaves on disk, and that a file we
+// cannot read is kept aside, never overwritten.
+#include "store.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace tarnnetd;
+
+class Store : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::string pattern = (fs::temp_directory_path() / "tarnnetd-XXXXXX").string();
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        dir_ = pattern;
+        path_ = (dir_ / "route-mgt" / "gateway_priority").string();
+    }
+    void TearDown() override { fs::remove_all(dir_); }
+
+    void Write(const std::string& text) {
+        fs::create_directories(fs::path(path_).parent_path());
+        std::ofstream(path_) << text;
+    }
+    std::vector<std::string> Names() const {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(fs::path(path_).parent_path())) names.push_back(entry.path().filename());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+    static Records Sample() {
+        Records records;
+        records.v4.records["eth0"] = {"eth0", "192.0.2.1", "192.0.2.53", 10, "wan"};
+        records.v6.records["eth1"] = {"eth1", "fe80::1", "2001:db8::53", 0, ""};
+        records.v6.slaves.insert("eth2");
+        return records;
+    }
+
+    fs::path dir_;
+    std::string path_;
+};
+
+TEST_F(Store, MissingFileIsAnEmptySetAndNothingIsCreated) {
+    Records records = Sample();
+    std::string error;
+    ASSERT_TRUE(LoadRecords(path_, records, error)) << error;
+    EXPECT_TRUE(records.v4.records.empty() && records.v6.records.empty() && records.v6.slaves.empty());
+    EXPECT_FALSE(fs::exists(fs::path(path_).parent_path()));
+}
+
+TEST_F(Store, SavedRecordsComeBackAndLeaveOnlyTheFile) {
+    std::string error;
+    ASSERT_TRUE(SaveRecords(path_, Sample(), error)) << error;
+    // What a write cut short by a kill leaves; names of other shapes are not ours to remove.
+    std::ofstream(path_ + ".a1B2c3") << "{ half";
+    std::ofstream(path_ + ".keep") << "x";
+    ASSERT_TRUE(SaveRecords(path_, Sample(), error)) << error;
+    Records back;
+    ASSERT_TRUE(LoadRecords(path_, back, error)) << error;
+    EXPECT_EQ(ToDocument(back), ToDocument(Sample()));
+    EXPECT_EQ(Names(), (std::vector<std::string>{"gateway_priority", "gateway_priority.keep"}));
+    struct stat info;
+    ASSERT_EQ(stat(path_.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0644u);
+    EXPECT_EQ(stat(fs::path(path_).parent_path().c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0755u);
+}
+
+TEST_F(Store, UnreadableFileIsMovedAsideWholeAndTheSetStartsEmpty) {
+    const std::string cases[] = {
+        "{ half a docu",
+        R"({"version":1,"GTYPE_V4":{"records":[{"ifname":"eth0","gateway":"x","dns":"192.0.2.53","priority":1,"class":""}],"slaves":[]}})",
+        R"({"version":2})",
+    };
+    for (const std::string& text : cases) {
+        fs::remove_all(fs::path(path_).parent_path());
+        Write(text);
+        Records records = Sample();
+        std::string error;
+        ASSERT_TRUE(LoadRecords(path_, records, error)) << error;
+        EXPECT_TRUE(records.v4.records.empty() && records.v6.records.empty()) << text;
+        std::vector<std::string> names = Names();
+        ASSERT_EQ(names.size(), 1u) << text;
+        EXPECT_EQ(names[0].rfind("gateway_priority.unreadable-", 0), 0u) << names[0];
+        std::ifstream aside(fs::path(path_).parent_path() / names[0]);
+        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(aside), {}), text);
+    }
+}
+
+TEST_F(Store, LinkInPlaceOfTheFileIsNotFollowed) {
+    std::string target = (dir_ / "elsewhere").string();
+    std::ofstream(target) << "precious";
+    fs::create_directories(fs::path(path_).parent_path());
+    fs::create_symlink(target, path_);
+    Records records;
+    std::string error;
+    ASSERT_TRUE(LoadRecords(path_, records, error)) << error;
+    EXPECT_FALSE(fs::exists(fs::symlink_status(path_)));
+    ASSERT_TRUE(SaveRecords(path_, Sample(), error)) << error;
+    EXPECT_FALSE(fs::is_symlink(path_));
+    std::ifstream kept(target);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(kept), {}), "precious");
+}
+
+}  // namespace

@@ -27,25 +27,6 @@ int NetClient::ResetIPv6Module(const std::string&) { return kNotAvailable; }
 
 }  // namespace dbus
 
-namespace network {
-
-PolicyRoute::PolicyRoute() = default;
-PolicyRoute::~PolicyRoute() = default;
-
-int PolicyRoute::AddRule(const PolicyRouteRule&) { return kNotAvailable; }
-int PolicyRoute::DeleteRule(const IP_TYPE&, const std::string&, const std::string&) { return kNotAvailable; }
-int PolicyRoute::EnableTable(const IP_TYPE&, const std::string&, const std::string&) { return kNotAvailable; }
-int PolicyRoute::DisableTable(const IP_TYPE&, const std::string&) { return kNotAvailable; }
-
-StaticRoute::StaticRoute() = default;
-StaticRoute::~StaticRoute() = default;
-
-int StaticRoute::GetRouteTables(const IP_TYPE&, Json::Value&) { return kNotAvailable; }
-int StaticRoute::RefreshRules() { return kNotAvailable; }
-int StaticRoute::RefreshIpv4Rules() { return kNotAvailable; }
-int StaticRoute::RefreshIpv6Rules() { return kNotAvailable; }
-
-}  // namespace network
 }  // namespace tarnnetwork
 
 namespace tarn::network::ipv6::router {

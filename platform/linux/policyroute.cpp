@@ -16,7 +16,6 @@ namespace {
 
 constexpr int kDone = 0;
 constexpr int kFailed = -1;
-constexpr char kNull[] = "NULL";
 
 int Refuse(const std::string& operation, const std::string& why) {
     LogError("policy-route: " + operation + ": " + why);
@@ -114,35 +113,6 @@ bool ApplyRules(Kernel& kernel, const RulePlan& plan) {
 }
 
 int InterfaceIndex(const std::string& ifname) { return static_cast<int>(if_nametoindex(ifname.c_str())); }
-
-// The destination of a rule: "NULL" with "NULL" is the default route; otherwise the address
-// with its netmask (IPv4) or prefix length (IPv6), host bits cleared.
-std::optional<Prefix> RuleDestination(int family, const PolicyRouteRule& rule, std::string& why) {
-    const std::string& length = family == AF_INET ? rule.mask.Text() : rule.prefix_length;
-    bool lengthGiven = family == AF_INET ? rule.mask.IsAssigned() : !rule.prefix_length.empty();
-    if (!rule.ip.IsAssigned() || !lengthGiven) {
-        why = family == AF_INET ? "address and netmask are both needed" : "address and prefix length are both needed";
-        return std::nullopt;
-    }
-    if ((rule.ip.Text() == kNull) != (length == kNull)) {
-        why = "\"NULL\" (the default route) needs \"NULL\" for both address and " +
-              std::string(family == AF_INET ? "netmask" : "prefix length");
-        return std::nullopt;
-    }
-    if (rule.ip.Text() == kNull) return NetworkOf(Prefix{family, {}, 0}, 0);
-    std::optional<Prefix> address = ParseAddress(family, rule.ip.Text(), why);
-    std::optional<int> bits = family == AF_INET ? NetmaskLength(length, why) : PrefixLength(family, length, why);
-    if (!address || !bits) return std::nullopt;
-    return NetworkOf(*address, *bits);
-}
-
-// "NULL" or no gateway: the destination is on the interface's link.
-bool RuleGateway(int family, const PolicyRouteRule& rule, std::optional<Prefix>& gateway, std::string& why) {
-    const std::string& text = rule.gateway.Text();
-    if (text.empty() || text == kNull) return true;
-    gateway = ParseAddress(family, text, why);
-    return gateway.has_value();
-}
 
 }  // namespace
 

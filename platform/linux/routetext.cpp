@@ -13,6 +13,7 @@ namespace tarnroute {
 namespace {
 
 constexpr char kDefault[] = "default";
+constexpr char kNull[] = "NULL";
 constexpr uint32_t kIpv6DefaultMetric = 1024;
 
 bool AllDigits(const std::string& text) {
@@ -111,6 +112,35 @@ bool ValidInterfaceName(const std::string& name, std::string& why) {
                  std::none_of(name.begin(), name.end(), [](unsigned char c) { return c == '/' || c == ':' || std::isspace(c) || c < ' '; });
     if (!valid) why = "\"" + name + "\" cannot be an interface name";
     return valid;
+}
+
+// The destination of a rule: "NULL" with "NULL" is the default route; otherwise the address
+// with its netmask (IPv4) or prefix length (IPv6), host bits cleared.
+std::optional<Prefix> RuleDestination(int family, const tarnnetwork::network::PolicyRouteRule& rule, std::string& why) {
+    const std::string& length = family == AF_INET ? rule.mask.Text() : rule.prefix_length;
+    bool lengthGiven = family == AF_INET ? rule.mask.IsAssigned() : !rule.prefix_length.empty();
+    if (!rule.ip.IsAssigned() || !lengthGiven) {
+        why = family == AF_INET ? "address and netmask are both needed" : "address and prefix length are both needed";
+        return std::nullopt;
+    }
+    if ((rule.ip.Text() == kNull) != (length == kNull)) {
+        why = "\"NULL\" (the default route) needs \"NULL\" for both address and " +
+              std::string(family == AF_INET ? "netmask" : "prefix length");
+        return std::nullopt;
+    }
+    if (rule.ip.Text() == kNull) return NetworkOf(Prefix{family, {}, 0}, 0);
+    std::optional<Prefix> address = ParseAddress(family, rule.ip.Text(), why);
+    std::optional<int> bits = family == AF_INET ? NetmaskLength(length, why) : PrefixLength(family, length, why);
+    if (!address || !bits) return std::nullopt;
+    return NetworkOf(*address, *bits);
+}
+
+// "NULL" or no gateway: the destination is on the interface's link.
+bool RuleGateway(int family, const tarnnetwork::network::PolicyRouteRule& rule, std::optional<Prefix>& gateway, std::string& why) {
+    const std::string& text = rule.gateway.Text();
+    if (text.empty() || text == kNull) return true;
+    gateway = ParseAddress(family, text, why);
+    return gateway.has_value();
 }
 
 uint32_t KernelMetric(int family, uint32_t metric) { return family == AF_INET6 && metric == 0 ? kIpv6DefaultMetric : metric; }

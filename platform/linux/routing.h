@@ -5,6 +5,8 @@
 #ifndef TARN_PLATFORM_LINUX_ROUTING_H
 #define TARN_PLATFORM_LINUX_ROUTING_H
 
+#include "tarnnetwork.h"
+
 #include <json/value.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
@@ -69,6 +71,11 @@ std::optional<int> PrefixLength(int family, const std::string& text, std::string
 std::optional<Prefix> ParseDestination(int family, const std::string& text, std::string& why);
 // One address or several joined by ",": all valid, duplicates dropped, order kept.
 std::optional<std::vector<Prefix>> ParseSource(int family, const std::string& source, std::string& why);
+// The destination of a policy rule: "NULL" address and "NULL" netmask (IPv4) or prefix length
+// (IPv6) for the default route, otherwise the network of the address, host bits cleared.
+std::optional<Prefix> RuleDestination(int family, const tarnnetwork::network::PolicyRouteRule& rule, std::string& why);
+// The gateway of a policy rule; none for "NULL" or no text (the destination is on the link).
+bool RuleGateway(int family, const tarnnetwork::network::PolicyRouteRule& rule, std::optional<Prefix>& gateway, std::string& why);
 // A name the kernel would accept for an interface.
 bool ValidInterfaceName(const std::string& name, std::string& why);
 

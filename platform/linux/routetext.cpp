@@ -27,6 +27,12 @@ int AddressBits(int family) { return family == AF_INET ? 32 : 128; }
 const char* FamilyName(int family) { return family == AF_INET ? "ipv4" : "ipv6"; }
 
 std::string AddressText(const Prefix& prefix) {
+    // inet_ntop formats IPv4 through sprintf, which shows in a document of a thousand routes.
+    if (prefix.family == AF_INET) {
+        std::string text;
+        for (int i = 0; i < 4; ++i) (text += i == 0 ? "" : ".") += std::to_string(prefix.bytes[i]);
+        return text;
+    }
     char text[INET6_ADDRSTRLEN] = "";
     if (inet_ntop(prefix.family, prefix.bytes.data(), text, sizeof text) == nullptr) return "?";
     return text;

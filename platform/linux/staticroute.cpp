@@ -112,27 +112,36 @@ std::string TableName(uint32_t table, const std::map<uint32_t, std::string>& nam
     return named != names.end() ? named->second : std::to_string(table);
 }
 
-Json::Value HopValue(const Hop& hop, const std::map<int, std::string>& devices) {
-    Json::Value value(Json::objectValue);
-    if (hop.gateway) value["gateway"] = AddressText(*hop.gateway);
-    if (hop.ifindex != 0) {
-        auto device = devices.find(hop.ifindex);
-        value["dev"] = device != devices.end() ? device->second : std::to_string(hop.ifindex);
-    }
-    return value;
+// Member names as static strings: the document holds thousands of members, and JsonCpp
+// copies every other key.
+const Json::StaticString kDstKey("dst");
+const Json::StaticString kGatewayKey("gateway");
+const Json::StaticString kDevKey("dev");
+const Json::StaticString kNexthopsKey("nexthops");
+const Json::StaticString kMetricKey("metric");
+const Json::StaticString kProtocolKey("protocol");
+const Json::StaticString kScopeKey("scope");
+const Json::StaticString kTypeKey("type");
+
+void PutHop(Json::Value& value, const Hop& hop, const std::map<int, std::string>& devices) {
+    if (hop.gateway) value[kGatewayKey] = AddressText(*hop.gateway);
+    if (hop.ifindex == 0) return;
+    auto device = devices.find(hop.ifindex);
+    value[kDevKey] = device != devices.end() ? device->second : std::to_string(hop.ifindex);
 }
 
 Json::Value RouteValue(const Route& route, const std::map<int, std::string>& devices) {
-    Json::Value value = route.hops.size() == 1 ? HopValue(route.hops.front(), devices) : Json::Value(Json::objectValue);
-    value["dst"] = PrefixText(route.dst);
+    Json::Value value(Json::objectValue);
+    value[kDstKey] = PrefixText(route.dst);
+    if (route.hops.size() == 1) PutHop(value, route.hops.front(), devices);
     if (route.hops.size() > 1) {
-        value["nexthops"] = Json::Value(Json::arrayValue);
-        for (const Hop& hop : route.hops) value["nexthops"].append(HopValue(hop, devices));
+        Json::Value& hops = value[kNexthopsKey] = Json::Value(Json::arrayValue);
+        for (const Hop& hop : route.hops) PutHop(hops.append(Json::Value(Json::objectValue)), hop, devices);
     }
-    value["metric"] = route.metric;
-    value["protocol"] = ProtocolName(route.protocol);
-    value["scope"] = ScopeName(route.scope);
-    if (route.type != RTN_UNICAST) value["type"] = TypeName(route.type);
+    value[kMetricKey] = route.metric;
+    value[kProtocolKey] = ProtocolName(route.protocol);
+    value[kScopeKey] = ScopeName(route.scope);
+    if (route.type != RTN_UNICAST) value[kTypeKey] = TypeName(route.type);
     return value;
 }
 
@@ -175,10 +184,11 @@ Json::Value TablesDocument(const std::vector<Route>& routes, const std::map<uint
         return a->metric < b->metric;
     });
     Json::Value tables(Json::objectValue);
-    for (const Route* route : sorted) {
-        Json::Value& table = tables[TableName(route->table, names)];
-        if (table.isNull()) table = Json::Value(Json::arrayValue);
-        table.append(RouteValue(*route, devices));
+    Json::Value* table = nullptr;
+    for (size_t i = 0; i < sorted.size(); ++i) {
+        if (i == 0 || sorted[i]->table != sorted[i - 1]->table)
+            table = &(tables[TableName(sorted[i]->table, names)] = Json::Value(Json::arrayValue));
+        table->append(RouteValue(*sorted[i], devices));
     }
     return tables;
 }

@@ -90,8 +90,8 @@ bool SyncTable(Kernel& kernel, int family, int ifindex, const InterfaceState& en
     std::vector<Route> current;
     std::copy_if(all.begin(), all.end(), std::back_inserter(current), [&](const Route& r) { return r.table == entry.table; });
     const FamilyState& state = family == AF_INET ? entry.ipv4 : entry.ipv6;
-    RoutePlan plan = PlanRoutes(current, TableRoutes(family, entry.table, ifindex, state, ConnectedNetworks(family, ifindex)),
-                                kProtoPolicy);
+    RoutePlan plan =
+        PlanRoutes(current, TableRoutes(family, entry.table, ifindex, state, ConnectedNetworks(family, ifindex)), kProtoPolicy);
     // Routes on the link first, so that gateways are reachable when their routes come.
     std::stable_partition(plan.add.begin(), plan.add.end(), [](const Route& r) { return !r.hops.front().gateway; });
     bool ok = true;

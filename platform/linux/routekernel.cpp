@@ -188,7 +188,8 @@ bool Kernel::Dump(int type, int family, std::vector<T>& out) {
         if (result >= 0 && !collector.failed) return true;
         if (result != -NLE_DUMP_INTR) break;
     }
-    LogError(std::string("routing: cannot read the kernel's ") + FamilyName(family) + (type == RTM_GETROUTE ? " routes" : " rules"));
+    LogError(std::string("routing: cannot read the kernel's ") + FamilyName(family) +
+             (type == RTM_GETROUTE ? " routes" : " rules"));
     return false;
 }
 

@@ -17,7 +17,8 @@ constexpr char kNull[] = "NULL";
 constexpr uint32_t kIpv6DefaultMetric = 1024;
 
 bool AllDigits(const std::string& text) {
-    return !text.empty() && text.size() <= 9 && std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isdigit(c); });
+    return !text.empty() && text.size() <= 9 &&
+           std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isdigit(c); });
 }
 
 }  // namespace
@@ -67,8 +68,8 @@ std::optional<Prefix> ParseAddress(int family, const std::string& text, std::str
 std::optional<int> NetmaskLength(const std::string& text, std::string& why) {
     std::optional<Prefix> mask = ParseAddress(AF_INET, text, why);
     if (!mask) return std::nullopt;
-    uint32_t bits = (uint32_t{mask->bytes[0]} << 24) | (uint32_t{mask->bytes[1]} << 16) | (uint32_t{mask->bytes[2]} << 8) |
-                    mask->bytes[3];
+    uint32_t bits =
+        (uint32_t{mask->bytes[0]} << 24) | (uint32_t{mask->bytes[1]} << 16) | (uint32_t{mask->bytes[2]} << 8) | mask->bytes[3];
     // Contiguous: the inverted mask plus one is a power of two.
     uint32_t hosts = ~bits;
     if ((hosts & (hosts + 1)) != 0) {
@@ -115,7 +116,8 @@ std::optional<std::vector<Prefix>> ParseSource(int family, const std::string& so
 
 bool ValidInterfaceName(const std::string& name, std::string& why) {
     bool valid = !name.empty() && name.size() < IFNAMSIZ && name != "." && name != ".." &&
-                 std::none_of(name.begin(), name.end(), [](unsigned char c) { return c == '/' || c == ':' || std::isspace(c) || c < ' '; });
+                 std::none_of(name.begin(), name.end(),
+                              [](unsigned char c) { return c == '/' || c == ':' || std::isspace(c) || c < ' '; });
     if (!valid) why = "\"" + name + "\" cannot be an interface name";
     return valid;
 }
@@ -142,7 +144,8 @@ std::optional<Prefix> RuleDestination(int family, const tarnnetwork::network::Po
 }
 
 // "NULL" or no gateway: the destination is on the interface's link.
-bool RuleGateway(int family, const tarnnetwork::network::PolicyRouteRule& rule, std::optional<Prefix>& gateway, std::string& why) {
+bool RuleGateway(int family, const tarnnetwork::network::PolicyRouteRule& rule, std::optional<Prefix>& gateway,
+                 std::string& why) {
     const std::string& text = rule.gateway.Text();
     if (text.empty() || text == kNull) return true;
     gateway = ParseAddress(family, text, why);
@@ -157,7 +160,8 @@ std::string Describe(const Route& route) {
         if (hop.gateway) text += " via " + AddressText(*hop.gateway);
         if (hop.ifindex != 0) {
             char name[IF_NAMESIZE] = "";
-            text += " dev " + std::string(if_indextoname(static_cast<unsigned>(hop.ifindex), name) ? name : std::to_string(hop.ifindex));
+            text += " dev " +
+                    std::string(if_indextoname(static_cast<unsigned>(hop.ifindex), name) ? name : std::to_string(hop.ifindex));
         }
     }
     return text + " table " + std::to_string(route.table) + " metric " + std::to_string(route.metric) + " proto " +

@@ -71,8 +71,8 @@ std::optional<StaticEntry> ParseStaticLine(const std::vector<std::string>& words
     return entry;
 }
 
-const char* const kProtocolNames[][2] = {{"1", "redirect"}, {"2", "kernel"},       {"3", "boot"},         {"4", "static"},
-                                         {"9", "ra"},       {"16", "dhcp"},        {"201", "tarn-gateway"}, {"202", "tarn-policy"},
+const char* const kProtocolNames[][2] = {{"1", "redirect"},     {"2", "kernel"}, {"3", "boot"},           {"4", "static"},
+                                         {"9", "ra"},           {"16", "dhcp"},  {"201", "tarn-gateway"}, {"202", "tarn-policy"},
                                          {"203", "tarn-static"}};
 
 std::string ProtocolName(uint8_t protocol) {
@@ -85,23 +85,35 @@ std::string ProtocolName(uint8_t protocol) {
 
 std::string ScopeName(uint8_t scope) {
     switch (scope) {
-        case RT_SCOPE_UNIVERSE: return "global";
-        case RT_SCOPE_SITE: return "site";
-        case RT_SCOPE_LINK: return "link";
-        case RT_SCOPE_HOST: return "host";
-        case RT_SCOPE_NOWHERE: return "nowhere";
-        default: return std::to_string(scope);
+        case RT_SCOPE_UNIVERSE:
+            return "global";
+        case RT_SCOPE_SITE:
+            return "site";
+        case RT_SCOPE_LINK:
+            return "link";
+        case RT_SCOPE_HOST:
+            return "host";
+        case RT_SCOPE_NOWHERE:
+            return "nowhere";
+        default:
+            return std::to_string(scope);
     }
 }
 
 std::string TypeName(uint8_t type) {
     switch (type) {
-        case RTN_UNREACHABLE: return "unreachable";
-        case RTN_BLACKHOLE: return "blackhole";
-        case RTN_PROHIBIT: return "prohibit";
-        case RTN_THROW: return "throw";
-        case RTN_MULTICAST: return "multicast";
-        default: return std::to_string(type);
+        case RTN_UNREACHABLE:
+            return "unreachable";
+        case RTN_BLACKHOLE:
+            return "blackhole";
+        case RTN_PROHIBIT:
+            return "prohibit";
+        case RTN_THROW:
+            return "throw";
+        case RTN_MULTICAST:
+            return "multicast";
+        default:
+            return std::to_string(type);
     }
 }
 
@@ -227,7 +239,8 @@ bool Refresh(Kernel& kernel, int family, const std::vector<StaticEntry>& entries
         if (entry.route.family != family) continue;
         if (!entry.ifname.empty()) entry.route.hops.front().ifindex = static_cast<int>(if_nametoindex(entry.ifname.c_str()));
         if (!entry.ifname.empty() && entry.route.hops.front().ifindex == 0) {
-            LogError(std::string("static-route: line ") + std::to_string(entry.line) + ": no interface " + entry.ifname + ", skipped");
+            LogError(std::string("static-route: line ") + std::to_string(entry.line) + ": no interface " + entry.ifname +
+                     ", skipped");
             ok = false;
             continue;
         }

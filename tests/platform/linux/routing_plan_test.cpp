@@ -37,11 +37,11 @@ std::vector<std::string> Texts(const std::vector<Route>& routes) {
 
 TEST(PlanRoutes, ChangesOnlyOurs) {
     std::vector<Route> current = {
-        R("default", "192.0.2.1", kProtoPolicy),               // wanted as it is
-        R("203.0.113.0/24", "192.0.2.1", kProtoPolicy),        // wanted through another gateway
-        R("198.51.100.0/24", "192.0.2.1", kProtoPolicy),       // no longer wanted
-        R("198.51.100.0/24", "192.0.2.1", RTPROT_BOOT, 7),     // someone else's
-        R("192.0.2.128/25", nullptr, RTPROT_STATIC),           // someone else's, in a wanted place
+        R("default", "192.0.2.1", kProtoPolicy),            // wanted as it is
+        R("203.0.113.0/24", "192.0.2.1", kProtoPolicy),     // wanted through another gateway
+        R("198.51.100.0/24", "192.0.2.1", kProtoPolicy),    // no longer wanted
+        R("198.51.100.0/24", "192.0.2.1", RTPROT_BOOT, 7),  // someone else's
+        R("192.0.2.128/25", nullptr, RTPROT_STATIC),        // someone else's, in a wanted place
     };
     std::vector<Route> want = {
         R("default", "192.0.2.1", kProtoPolicy),
@@ -81,12 +81,12 @@ TEST(PlanSourceRules, OneRulePerAddressBelowOneSuppressRule) {
     Rule suppress{AF_INET, kSuppressPriority, RT_TABLE_MAIN, kProtoPolicy, std::nullopt, true};
     std::vector<Rule> current = {
         suppress,
-        suppress,                                           // a second one goes
-        SourceRule("192.0.2.10", kTable),                   // kept
-        SourceRule("192.0.2.10", kTable),                   // twice: the second goes
-        SourceRule("192.0.2.99", kTable),                   // no longer in the source
-        SourceRule("192.0.2.50", kTable + 1),               // another table's
-        SourceRule("192.0.2.11", kTable, RTPROT_BOOT),      // someone else's, same place
+        suppress,                                       // a second one goes
+        SourceRule("192.0.2.10", kTable),               // kept
+        SourceRule("192.0.2.10", kTable),               // twice: the second goes
+        SourceRule("192.0.2.99", kTable),               // no longer in the source
+        SourceRule("192.0.2.50", kTable + 1),           // another table's
+        SourceRule("192.0.2.11", kTable, RTPROT_BOOT),  // someone else's, same place
         Rule{AF_INET6, kSuppressPriority, RT_TABLE_MAIN, kProtoPolicy, std::nullopt, true},
     };
     std::vector<Prefix> sources = {P(AF_INET, "192.0.2.11"), P(AF_INET, "192.0.2.10"), P(AF_INET, "192.0.2.12")};
@@ -112,8 +112,8 @@ TEST(TableRoutes, StoredRulesThenConnectedNetworks) {
     FamilyState state;
     state.rules["multi-gateway"] = StoredRule{P(AF_INET, "default"), P(AF_INET, "192.0.2.1")};
     state.rules["vpn"] = StoredRule{P(AF_INET, "192.0.2.0/26"), P(AF_INET, "192.0.2.1")};
-    std::vector<Route> routes = TableRoutes(AF_INET, kTable, kWan, state,
-                                            {P(AF_INET, "192.0.2.0/26"), P(AF_INET, "198.51.100.0/24"), P(AF_INET, "203.0.113.9")});
+    std::vector<Route> routes = TableRoutes(
+        AF_INET, kTable, kWan, state, {P(AF_INET, "192.0.2.0/26"), P(AF_INET, "198.51.100.0/24"), P(AF_INET, "203.0.113.9")});
     EXPECT_EQ(Texts(routes), (std::vector<std::string>{"default m0", "192.0.2.0/26 m0", "198.51.100.0/24 m0"}));
     EXPECT_EQ(routes[0].scope, RT_SCOPE_UNIVERSE);
     EXPECT_EQ(routes[2].scope, RT_SCOPE_LINK);

@@ -53,15 +53,21 @@ TEST(State, RefusedTexts) {
     const char* entry = R"({"table": 20000, "ipv4": {"enabled": true, "source": [], "rules": {}}})";
     std::string why;
     EXPECT_TRUE(ParseState(std::string(R"({"interfaces": {"wan0": )") + entry + "}}", why)) << why;
-    for (std::string text : {
-             std::string(""), std::string("{"), std::string("[]"), std::string(R"({"interfaces": []})"),
-             std::string(R"({"interfaces": {"wan0": {"table": 19999}}})"),
-             std::string(R"({"interfaces": {"wan0": {"table": 20000}, "wan1": {"table": 20000}}})"),
-             std::string(R"({"interfaces": {"a/b": {"table": 20000}}})"),
-             std::string(R"({"interfaces": {"wan0": {"table": 20000, "ipv4": {"enabled": 1, "source": [], "rules": {}}}}})"),
-             std::string(R"({"interfaces": {"wan0": {"table": 20000, "ipv4": {"enabled": true, "source": ["2001:db8::1"], "rules": {}}}}})"),
-             std::string(R"({"interfaces": {"wan0": {"table": 20000, "ipv6": {"enabled": true, "source": [], "rules": {"x": {"dst": "2001:db8::1/64"}}}}}})"),
-         }) {
+    for (
+        std::string text : {
+            std::string(""),
+            std::string("{"),
+            std::string("[]"),
+            std::string(R"({"interfaces": []})"),
+            std::string(R"({"interfaces": {"wan0": {"table": 19999}}})"),
+            std::string(R"({"interfaces": {"wan0": {"table": 20000}, "wan1": {"table": 20000}}})"),
+            std::string(R"({"interfaces": {"a/b": {"table": 20000}}})"),
+            std::string(R"({"interfaces": {"wan0": {"table": 20000, "ipv4": {"enabled": 1, "source": [], "rules": {}}}}})"),
+            std::string(
+                R"({"interfaces": {"wan0": {"table": 20000, "ipv4": {"enabled": true, "source": ["2001:db8::1"], "rules": {}}}}})"),
+            std::string(
+                R"({"interfaces": {"wan0": {"table": 20000, "ipv6": {"enabled": true, "source": [], "rules": {"x": {"dst": "2001:db8::1/64"}}}}}})"),
+        }) {
         EXPECT_FALSE(ParseState(text, why)) << text;
     }
 }
@@ -85,16 +91,18 @@ TEST_P(StaticFile, Parse) {
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, StaticFile,
-    ::testing::Values(StaticCase{"", ""}, StaticCase{"# only a comment\n\n", ""},
-                      StaticCase{"default 192.0.2.1 wan0 100 ipv4 # the uplink\n", "default 100;"},
-                      StaticCase{"2001:db8::/32 - lan0 0 ipv6\n203.0.113.5 192.0.2.1 - 4294967295 ipv4", "2001:db8::/32 1024;203.0.113.5 4294967295;"},
-                      StaticCase{"default 192.0.2.1 wan0 100\n", nullptr}, StaticCase{"default 192.0.2.1 wan0 100 ipv4 x\n", nullptr},
-                      StaticCase{"default 192.0.2.1 wan0 100 inet\n", nullptr}, StaticCase{"default - - 0 ipv4\n", nullptr},
-                      StaticCase{"default 2001:db8::1 - 0 ipv4\n", nullptr}, StaticCase{"203.0.113.1/24 - lan0 0 ipv4\n", nullptr},
-                      StaticCase{"default 192.0.2.1 - 4294967296 ipv4\n", nullptr}, StaticCase{"default 192.0.2.1 - -1 ipv4\n", nullptr},
-                      StaticCase{"default 192.0.2.1 - 0 ipv4\ndefault 192.0.2.2 - 0 ipv4\n", nullptr},
-                      StaticCase{"default 192.0.2.1 - 0 ipv4\ndefault 192.0.2.2 - 1 ipv4\n", "default 0;default 1;"},
-                      StaticCase{"::/0 2001:db8::1 - 0 ipv6\ndefault 2001:db8::2 - 1024 ipv6\n", nullptr}));
+    ::testing::Values(
+        StaticCase{"", ""}, StaticCase{"# only a comment\n\n", ""},
+        StaticCase{"default 192.0.2.1 wan0 100 ipv4 # the uplink\n", "default 100;"},
+        StaticCase{"2001:db8::/32 - lan0 0 ipv6\n203.0.113.5 192.0.2.1 - 4294967295 ipv4",
+                   "2001:db8::/32 1024;203.0.113.5 4294967295;"},
+        StaticCase{"default 192.0.2.1 wan0 100\n", nullptr}, StaticCase{"default 192.0.2.1 wan0 100 ipv4 x\n", nullptr},
+        StaticCase{"default 192.0.2.1 wan0 100 inet\n", nullptr}, StaticCase{"default - - 0 ipv4\n", nullptr},
+        StaticCase{"default 2001:db8::1 - 0 ipv4\n", nullptr}, StaticCase{"203.0.113.1/24 - lan0 0 ipv4\n", nullptr},
+        StaticCase{"default 192.0.2.1 - 4294967296 ipv4\n", nullptr}, StaticCase{"default 192.0.2.1 - -1 ipv4\n", nullptr},
+        StaticCase{"default 192.0.2.1 - 0 ipv4\ndefault 192.0.2.2 - 0 ipv4\n", nullptr},
+        StaticCase{"default 192.0.2.1 - 0 ipv4\ndefault 192.0.2.2 - 1 ipv4\n", "default 0;default 1;"},
+        StaticCase{"::/0 2001:db8::1 - 0 ipv6\ndefault 2001:db8::2 - 1024 ipv6\n", nullptr}));
 
 TEST(TablesDocument, NamedSortedWithoutLocal) {
     auto route = [](uint32_t table, const char* dst, int ifindex, uint32_t metric) {
@@ -109,9 +117,12 @@ TEST(TablesDocument, NamedSortedWithoutLocal) {
     Route multipath = route(20001, "default", 3, 0);
     multipath.hops = {Hop{P(AF_INET, "192.0.2.1"), 3}, Hop{P(AF_INET, "192.0.2.2"), 9}};
     multipath.protocol = kProtoPolicy;
-    std::vector<Route> routes = {route(RT_TABLE_MAIN, "198.51.100.0/24", 3, 0), route(RT_TABLE_LOCAL, "192.0.2.10", 3, 0),
-                                 route(RT_TABLE_MAIN, "192.0.2.0/24", 3, 5), route(RT_TABLE_MAIN, "192.0.2.0/24", 3, 1),
-                                 route(20002, "default", 3, 0), multipath};
+    std::vector<Route> routes = {route(RT_TABLE_MAIN, "198.51.100.0/24", 3, 0),
+                                 route(RT_TABLE_LOCAL, "192.0.2.10", 3, 0),
+                                 route(RT_TABLE_MAIN, "192.0.2.0/24", 3, 5),
+                                 route(RT_TABLE_MAIN, "192.0.2.0/24", 3, 1),
+                                 route(20002, "default", 3, 0),
+                                 multipath};
     Json::Value doc = TablesDocument(routes, {{20001, "wan0"}}, {{3, "wan0"}});
     EXPECT_EQ(doc.getMemberNames(), (std::vector<std::string>{"20002", "main", "wan0"}));
     ASSERT_EQ(doc["main"].size(), 3u);

@@ -16,7 +16,9 @@ struct RuleCase {
     const char* dst;  // the destination made; nullptr: refused
 };
 
-void PrintTo(const RuleCase& c, std::ostream* os) { *os << (c.ip ? c.ip : "-") << " " << (c.mask ? c.mask : "-") << " " << c.gateway; }
+void PrintTo(const RuleCase& c, std::ostream* os) {
+    *os << (c.ip ? c.ip : "-") << " " << (c.mask ? c.mask : "-") << " " << c.gateway;
+}
 
 class RuleText : public ::testing::TestWithParam<RuleCase> {};
 
@@ -40,31 +42,30 @@ TEST_P(RuleText, Destination) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Cases, RuleText,
-    ::testing::Values(RuleCase{AF_INET, "NULL", "NULL", "192.0.2.1", "default"},
-                      RuleCase{AF_INET, "203.0.113.7", "255.255.255.0", "192.0.2.1", "203.0.113.0/24"},
-                      RuleCase{AF_INET, "203.0.113.7", "255.255.255.255", "NULL", "203.0.113.7"},
-                      RuleCase{AF_INET, "203.0.113.7", "0.0.0.0", "", "default"},
-                      RuleCase{AF_INET, "203.0.113.7", "255.0.255.0", "192.0.2.1", nullptr},
-                      RuleCase{AF_INET, "203.0.113.7", "255.255.255.1", "192.0.2.1", nullptr},
-                      RuleCase{AF_INET, "203.0.113.7", "24", "192.0.2.1", nullptr},
-                      RuleCase{AF_INET, "203.0.113.7", nullptr, "192.0.2.1", nullptr},
-                      RuleCase{AF_INET, nullptr, "255.255.255.0", "192.0.2.1", nullptr},
-                      RuleCase{AF_INET, "NULL", "255.255.255.0", "192.0.2.1", nullptr},
-                      RuleCase{AF_INET, "203.0.113.7", "NULL", "192.0.2.1", nullptr},
-                      RuleCase{AF_INET, "2001:db8::", "255.255.255.0", "192.0.2.1", nullptr},
-                      RuleCase{AF_INET, "203.0.113.7", "255.255.255.0", "2001:db8::1", nullptr},
-                      RuleCase{AF_INET, "203.0.113.7 ", "255.255.255.0", "192.0.2.1", nullptr},
-                      RuleCase{AF_INET6, "NULL", "NULL", "2001:db8::1", "default"},
-                      RuleCase{AF_INET6, "2001:db8:5::9", "48", "fe80::1", "2001:db8:5::/48"},
-                      RuleCase{AF_INET6, "2001:db8:5::9", "128", "2001:db8::1", "2001:db8:5::9"},
-                      RuleCase{AF_INET6, "2001:db8:5::9", "129", "2001:db8::1", nullptr},
-                      RuleCase{AF_INET6, "2001:db8:5::9", "-1", "2001:db8::1", nullptr},
-                      RuleCase{AF_INET6, "2001:db8:5::9", "6x", "2001:db8::1", nullptr},
-                      RuleCase{AF_INET6, "2001:db8:5::9", "", "2001:db8::1", nullptr},
-                      RuleCase{AF_INET6, "192.0.2.1", "64", "2001:db8::1", nullptr},
-                      RuleCase{AF_INET6, "2001:db8:5::", "64", "192.0.2.1", nullptr}));
+INSTANTIATE_TEST_SUITE_P(Cases, RuleText,
+                         ::testing::Values(RuleCase{AF_INET, "NULL", "NULL", "192.0.2.1", "default"},
+                                           RuleCase{AF_INET, "203.0.113.7", "255.255.255.0", "192.0.2.1", "203.0.113.0/24"},
+                                           RuleCase{AF_INET, "203.0.113.7", "255.255.255.255", "NULL", "203.0.113.7"},
+                                           RuleCase{AF_INET, "203.0.113.7", "0.0.0.0", "", "default"},
+                                           RuleCase{AF_INET, "203.0.113.7", "255.0.255.0", "192.0.2.1", nullptr},
+                                           RuleCase{AF_INET, "203.0.113.7", "255.255.255.1", "192.0.2.1", nullptr},
+                                           RuleCase{AF_INET, "203.0.113.7", "24", "192.0.2.1", nullptr},
+                                           RuleCase{AF_INET, "203.0.113.7", nullptr, "192.0.2.1", nullptr},
+                                           RuleCase{AF_INET, nullptr, "255.255.255.0", "192.0.2.1", nullptr},
+                                           RuleCase{AF_INET, "NULL", "255.255.255.0", "192.0.2.1", nullptr},
+                                           RuleCase{AF_INET, "203.0.113.7", "NULL", "192.0.2.1", nullptr},
+                                           RuleCase{AF_INET, "2001:db8::", "255.255.255.0", "192.0.2.1", nullptr},
+                                           RuleCase{AF_INET, "203.0.113.7", "255.255.255.0", "2001:db8::1", nullptr},
+                                           RuleCase{AF_INET, "203.0.113.7 ", "255.255.255.0", "192.0.2.1", nullptr},
+                                           RuleCase{AF_INET6, "NULL", "NULL", "2001:db8::1", "default"},
+                                           RuleCase{AF_INET6, "2001:db8:5::9", "48", "fe80::1", "2001:db8:5::/48"},
+                                           RuleCase{AF_INET6, "2001:db8:5::9", "128", "2001:db8::1", "2001:db8:5::9"},
+                                           RuleCase{AF_INET6, "2001:db8:5::9", "129", "2001:db8::1", nullptr},
+                                           RuleCase{AF_INET6, "2001:db8:5::9", "-1", "2001:db8::1", nullptr},
+                                           RuleCase{AF_INET6, "2001:db8:5::9", "6x", "2001:db8::1", nullptr},
+                                           RuleCase{AF_INET6, "2001:db8:5::9", "", "2001:db8::1", nullptr},
+                                           RuleCase{AF_INET6, "192.0.2.1", "64", "2001:db8::1", nullptr},
+                                           RuleCase{AF_INET6, "2001:db8:5::", "64", "192.0.2.1", nullptr}));
 
 struct SourceCase {
     int family;
@@ -93,7 +94,8 @@ INSTANTIATE_TEST_SUITE_P(Cases, Source,
 
 TEST(InterfaceName, AsTheKernelAllows) {
     std::string why;
-    for (const char* name : {"wan0", "eth0.10", "a", "fifteen-chars-x", "br#1"}) EXPECT_TRUE(tarnroute::ValidInterfaceName(name, why)) << name;
+    for (const char* name : {"wan0", "eth0.10", "a", "fifteen-chars-x", "br#1"})
+        EXPECT_TRUE(tarnroute::ValidInterfaceName(name, why)) << name;
     for (const char* name : {"", ".", "..", "sixteen-chars-xx", "a/b", "eth0:1", "a b", "a\tb", "a\nb"})
         EXPECT_FALSE(tarnroute::ValidInterfaceName(name, why)) << name;
 }

@@ -94,15 +94,7 @@ bool SyncTable(Kernel& kernel, int family, int ifindex, const InterfaceState& en
         PlanRoutes(current, TableRoutes(family, entry.table, ifindex, state, ConnectedNetworks(family, ifindex)), kProtoPolicy);
     // Routes on the link first, so that gateways are reachable when their routes come.
     std::stable_partition(plan.add.begin(), plan.add.end(), [](const Route& r) { return !r.hops.front().gateway; });
-    bool ok = true;
-    for (const Route& route : plan.remove) ok = kernel.DeleteRoute(route) && ok;
-    for (const Route& route : plan.add) ok = kernel.AddRoute(route, false) && ok;
-    for (const Route& route : plan.replace) ok = kernel.AddRoute(route, true) && ok;
-    for (const Route& route : plan.conflicts) {
-        LogError("routing: route " + Describe(route) + " not made: a route of another protocol holds its place");
-        ok = false;
-    }
-    return ok;
+    return kernel.Apply(plan);
 }
 
 bool ApplyRules(Kernel& kernel, const RulePlan& plan) {
@@ -114,6 +106,23 @@ bool ApplyRules(Kernel& kernel, const RulePlan& plan) {
 
 int InterfaceIndex(const std::string& ifname) { return static_cast<int>(if_nametoindex(ifname.c_str())); }
 
+// The first steps of every call: the family and the interface name checked, the state read
+// under the lock.
+std::optional<int> Start(const IP_TYPE& type, const std::string& interface, Session& session, std::string& why) {
+    std::optional<int> family = FamilyOf(type, why);
+    if (!family || !ValidInterfaceName(interface, why) || !session.Open(why)) return std::nullopt;
+    return family;
+}
+
+// After a rule changed: an interface that is not there gets its rules when its table is
+// enabled again.
+int SyncIfPresent(int family, const std::string& interface, const InterfaceState& entry) {
+    int ifindex = InterfaceIndex(interface);
+    if (ifindex == 0) return kDone;
+    Kernel kernel;
+    return SyncTable(kernel, family, ifindex, entry) ? kDone : kFailed;
+}
+
 }  // namespace
 
 PolicyRoute::PolicyRoute() = default;
@@ -122,16 +131,13 @@ PolicyRoute::~PolicyRoute() = default;
 int PolicyRoute::AddRule(const PolicyRouteRule& rule) {
     std::string operation = "AddRule " + rule.service + " on " + rule.interface;
     std::string why;
-    std::optional<int> family = FamilyOf(rule.type, why);
-    if (!family || !ValidInterfaceName(rule.interface, why)) return Refuse(operation, why);
-    operation += std::string(" ") + FamilyName(*family);
+    Session session;
+    std::optional<int> family = Start(rule.type, rule.interface, session, why);
+    if (!family) return Refuse(operation, why);
     if (rule.service.empty()) return Refuse(operation, "the service name is empty");
     std::optional<Prefix> dst = RuleDestination(*family, rule, why);
     std::optional<Prefix> gateway;
     if (!dst || !RuleGateway(*family, rule, gateway, why)) return Refuse(operation, why);
-
-    Session session;
-    if (!session.Open(why)) return Refuse(operation, why);
     InterfaceState* entry = EntryFor(session.state, rule.interface);
     if (entry == nullptr) return Refuse(operation, "every table number from 20000 to 20999 is taken");
     FamilyState& state = entry->Of(*family);
@@ -141,43 +147,31 @@ int PolicyRoute::AddRule(const PolicyRouteRule& rule) {
     }
     state.rules[rule.service] = StoredRule{*dst, gateway};
     if (!session.Save(why)) return Refuse(operation, why);
-    // An interface that is not there gets its rules when its table is enabled again.
-    int ifindex = InterfaceIndex(rule.interface);
-    if (ifindex == 0) return kDone;
-    Kernel kernel;
-    return SyncTable(kernel, *family, ifindex, *entry) ? kDone : kFailed;
+    return SyncIfPresent(*family, rule.interface, *entry);
 }
 
 int PolicyRoute::DeleteRule(const IP_TYPE& type, const std::string& service, const std::string& interface) {
     std::string operation = "DeleteRule " + service + " on " + interface;
     std::string why;
-    std::optional<int> family = FamilyOf(type, why);
-    if (!family || !ValidInterfaceName(interface, why)) return Refuse(operation, why);
-
     Session session;
-    if (!session.Open(why)) return Refuse(operation, why);
+    std::optional<int> family = Start(type, interface, session, why);
+    if (!family) return Refuse(operation, why);
     auto entry = session.state.find(interface);
     if (entry == session.state.end() || entry->second.Of(*family).rules.erase(service) == 0) return kDone;
     if (!session.Save(why)) return Refuse(operation, why);
-    int ifindex = InterfaceIndex(interface);
-    if (ifindex == 0) return kDone;
-    Kernel kernel;
-    return SyncTable(kernel, *family, ifindex, entry->second) ? kDone : kFailed;
+    return SyncIfPresent(*family, interface, entry->second);
 }
 
 int PolicyRoute::EnableTable(const IP_TYPE& type, const std::string& interface, const std::string& source) {
     std::string operation = "EnableTable " + interface;
     std::string why;
-    std::optional<int> family = FamilyOf(type, why);
-    if (!family || !ValidInterfaceName(interface, why)) return Refuse(operation, why);
-    operation += std::string(" ") + FamilyName(*family);
+    Session session;
+    std::optional<int> family = Start(type, interface, session, why);
+    if (!family) return Refuse(operation, why);
     std::optional<std::vector<Prefix>> sources = ParseSource(*family, source, why);
     if (!sources) return Refuse(operation, "source \"" + source + "\": " + why);
     int ifindex = InterfaceIndex(interface);
     if (ifindex == 0) return Refuse(operation, "no such interface");
-
-    Session session;
-    if (!session.Open(why)) return Refuse(operation, why);
     InterfaceState* entry = EntryFor(session.state, interface);
     if (entry == nullptr) return Refuse(operation, "every table number from 20000 to 20999 is taken");
     entry->Of(*family).enabled = true;
@@ -193,11 +187,9 @@ int PolicyRoute::EnableTable(const IP_TYPE& type, const std::string& interface, 
 int PolicyRoute::DisableTable(const IP_TYPE& type, const std::string& interface) {
     std::string operation = "DisableTable " + interface;
     std::string why;
-    std::optional<int> family = FamilyOf(type, why);
-    if (!family || !ValidInterfaceName(interface, why)) return Refuse(operation, why);
-
     Session session;
-    if (!session.Open(why)) return Refuse(operation, why);
+    std::optional<int> family = Start(type, interface, session, why);
+    if (!family) return Refuse(operation, why);
     auto entry = session.state.find(interface);
     if (entry == session.state.end()) return kDone;
     entry->second.Of(*family).enabled = false;

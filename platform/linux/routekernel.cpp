@@ -264,6 +264,18 @@ bool Kernel::AddRule(const Rule& rule) {
     return Send(msg, built, "add " + Describe(rule));
 }
 
+bool Kernel::Apply(const RoutePlan& plan) {
+    bool ok = true;
+    for (const Route& route : plan.remove) ok = DeleteRoute(route) && ok;
+    for (const Route& route : plan.add) ok = AddRoute(route, false) && ok;
+    for (const Route& route : plan.replace) ok = AddRoute(route, true) && ok;
+    for (const Route& route : plan.conflicts) {
+        LogError("routing: route " + Describe(route) + " skipped: a route of another protocol holds its place");
+        ok = false;
+    }
+    return ok;
+}
+
 bool Kernel::DeleteRule(const Rule& rule) {
     auto kernel = KernelRule(rule);
     nl_msg* msg = nullptr;

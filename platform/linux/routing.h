@@ -205,6 +205,8 @@ public:
     bool DumpRules(int family, std::vector<Rule>& out);
     bool AddRoute(const Route& route, bool replace);
     bool DeleteRoute(const Route& route);
+    // Every step of the plan is tried; false when any failed (conflicts are logged as failures).
+    bool Apply(const RoutePlan& plan);
     bool AddRule(const Rule& rule);
     bool DeleteRule(const Rule& rule);
 

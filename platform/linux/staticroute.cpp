@@ -250,15 +250,7 @@ bool Refresh(Kernel& kernel, int family, const std::vector<StaticEntry>& entries
     if (!kernel.DumpRoutes(family, all)) return false;
     std::vector<Route> main;
     std::copy_if(all.begin(), all.end(), std::back_inserter(main), [](const Route& r) { return r.table == RT_TABLE_MAIN; });
-    RoutePlan plan = PlanRoutes(main, want, kProtoStatic);
-    for (const Route& route : plan.remove) ok = kernel.DeleteRoute(route) && ok;
-    for (const Route& route : plan.add) ok = kernel.AddRoute(route, false) && ok;
-    for (const Route& route : plan.replace) ok = kernel.AddRoute(route, true) && ok;
-    for (const Route& route : plan.conflicts) {
-        LogError("static-route: route " + Describe(route) + " skipped: a route of another protocol holds its place");
-        ok = false;
-    }
-    return ok;
+    return kernel.Apply(PlanRoutes(main, want, kProtoStatic)) && ok;
 }
 
 int RefreshFamilies(std::initializer_list<int> families) {

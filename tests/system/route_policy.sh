@@ -96,9 +96,6 @@ for row in \
     state=$(cat /etc/route-mgt/policy-route)
     for bad in \
         "--add-policy-route-rule $fam x wan1 $ruleip 255.0.255.0 $wan1gw" \
-        "--add-policy-route-rule $fam x wan1 $ruleip 129 $wan1gw" \
-        "--add-policy-route-rule $fam x wan1 $ruleip $rulemask 198.51.100.300" \
-        "--add-policy-route-rule $fam x wan1/x $ruleip $rulemask $wan1gw" \
         "--enable-route-table $fam wan1 $wan1,nonsense" \
         "--enable-route-table $fam nosuch0 $wan1"; do
         status=0

@@ -101,13 +101,6 @@ TEST(PlanSourceRules, OneRulePerAddressBelowOneSuppressRule) {
     EXPECT_EQ(Texts(PlanSourceRules({}, AF_INET6, kTable, {}).add), (std::vector<std::string>{"20000"}));
 }
 
-TEST(PlanDisable, OnlyTheSourceRulesOfTheTable) {
-    std::vector<Rule> current = {Rule{AF_INET, kSuppressPriority, RT_TABLE_MAIN, kProtoPolicy, std::nullopt, true},
-                                 SourceRule("192.0.2.10", kTable), SourceRule("192.0.2.50", kTable + 1),
-                                 SourceRule("192.0.2.11", kTable, RTPROT_BOOT)};
-    EXPECT_EQ(Texts(PlanDisable(current, AF_INET, kTable).remove), (std::vector<std::string>{"20100 192.0.2.10"}));
-}
-
 TEST(TableRoutes, StoredRulesThenConnectedNetworks) {
     FamilyState state;
     state.rules["multi-gateway"] = StoredRule{P(AF_INET, "default"), P(AF_INET, "192.0.2.1")};

@@ -21,7 +21,9 @@ bool MakeDirs(const std::string& dir) {
     struct stat info;
     if (stat(dir.c_str(), &info) == 0) return S_ISDIR(info.st_mode);
     if (!MakeDirs(DirOf(dir))) return false;
-    return mkdir(dir.c_str(), kDirMode) == 0 || errno == EEXIST;
+    if (mkdir(dir.c_str(), kDirMode) != 0) return errno == EEXIST;
+    // The mode is ours to say, whatever the caller's umask.
+    return chmod(dir.c_str(), kDirMode) == 0;
 }
 
 bool WriteAll(int fd, const std::string& text) {

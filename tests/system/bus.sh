@@ -5,6 +5,7 @@
 # namespaces and exports DBUS_SYSTEM_BUS_ADDRESS; daemon_start / daemon_stop start and stop
 # tarnnetd; both are stopped by process id when the test exits.
 # The binary and the policy are opened now, before lib.sh may hide them under a private /tmp.
+. "$(dirname "${BASH_SOURCE[0]}")/../../scripts/private-bus.sh"
 exec 6<"$3" 7<"$(dirname "${BASH_SOURCE[0]}")/../../tarnnetd/net.tarn.Netd1.conf"
 BUS_DIR=/run/tarn-test-bus
 BUS_PID=
@@ -34,31 +35,7 @@ bus_start() {
     cp /proc/self/fd/6 "$DAEMON"
     chmod 755 "$DAEMON"
     exec 6<&- 7<&-
-    cat >"$BUS_DIR/bus.conf" <<CONF
-<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-BUS Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>system</type>
-  <listen>unix:path=$BUS_DIR/socket</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow user="*"/>
-    <deny own="*"/>
-    <deny send_type="method_call"/>
-    <allow send_type="signal"/>
-    <allow send_requested_reply="true" send_type="method_return"/>
-    <allow send_requested_reply="true" send_type="error"/>
-    <allow receive_type="method_call"/>
-    <allow receive_type="method_return"/>
-    <allow receive_type="error"/>
-    <allow receive_type="signal"/>
-    <allow send_destination="org.freedesktop.DBus" send_interface="org.freedesktop.DBus"/>
-    <allow send_destination="org.freedesktop.DBus" send_interface="org.freedesktop.DBus.Introspectable"/>
-    <allow send_destination="org.freedesktop.DBus" send_interface="org.freedesktop.DBus.Properties"/>
-  </policy>
-  <includedir>$BUS_DIR/system.d</includedir>
-</busconfig>
-CONF
+    private_bus_config "$BUS_DIR/socket" "$BUS_DIR/system.d" >"$BUS_DIR/bus.conf"
     dbus-daemon --nofork --nopidfile --config-file="$BUS_DIR/bus.conf" 2>>/tmp/bus.log &
     BUS_PID=$!
     trap bus_stop EXIT

@@ -71,3 +71,12 @@ device_ifconfig() {
         ln -s "$busybox" /sbin/ifconfig
     fi
 }
+
+# routing_state: the rules and routes of both families but the kernel's own, which come and go
+# with IPv6 link-local addresses; what a rerun of an action must leave as it was.
+routing_state() {
+    ip rule
+    ip -6 rule
+    ip route show table all | grep -v ' proto kernel' || true
+    ip -6 route show table all | grep -v ' proto kernel' || true
+}

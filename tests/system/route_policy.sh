@@ -5,20 +5,13 @@
 set -eu
 . "$(dirname "$0")/lib.sh"
 
-snapshot() {
-    ip -j rule
-    ip -j -6 rule
-    ip -j route show table all
-    ip -j -6 route show table all
-}
-
 # converges ACTION ARGS...: succeeds, and two more runs leave the kernel as the first left it.
 converges() {
     "$TOOL" "$@" || fail "$*: exit status $?"
-    first=$(snapshot)
+    first=$(routing_state)
     "$TOOL" "$@" || fail "$* (second run): exit status $?"
     "$TOOL" "$@" || fail "$* (third run): exit status $?"
-    expect_eq "$(snapshot)" "$first" "kernel after rerunning $*"
+    expect_eq "$(routing_state)" "$first" "kernel after rerunning $*"
 }
 
 # holds TEXT EXPECTED WHAT: TEXT contains EXPECTED.
@@ -92,7 +85,7 @@ for row in \
     holds "$(ip "$fam" route show table wan1 "$near")" "$near dev wan1" "route of another protocol in our table"
 
     # Invalid input and an interface that is not there change nothing.
-    before=$(snapshot)
+    before=$(routing_state)
     state=$(cat /etc/route-mgt/policy-route)
     for bad in \
         "--add-policy-route-rule $fam x wan1 $ruleip 255.0.255.0 $wan1gw" \
@@ -103,7 +96,7 @@ for row in \
         "$TOOL" $bad 2>/dev/null || status=$?
         expect_eq "$status" 255 "exit status of $bad"
     done
-    expect_eq "$(snapshot)" "$before" "kernel after refused calls"
+    expect_eq "$(routing_state)" "$before" "kernel after refused calls"
     expect_eq "$(cat /etc/route-mgt/policy-route)" "$state" "state after refused calls"
     ip addr flush dev wan1
     ip addr flush dev wan2

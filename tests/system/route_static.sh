@@ -20,9 +20,9 @@ refresh() {
         status=0
         "$TOOL" --refresh-static-route-rules "$@" 2>/dev/null || status=$?
         expect_eq "$status" "$want" "refresh $* (run $run)"
-        [ "$run" = 1 ] && first=$(ip -j route show table all; ip -j -6 route show table all)
+        [ "$run" = 1 ] && first=$(routing_state)
     done
-    expect_eq "$(ip -j route show table all; ip -j -6 route show table all)" "$first" "kernel after rerunning refresh $*"
+    expect_eq "$(routing_state)" "$first" "kernel after rerunning refresh $*"
 }
 
 # No link-local addresses: their late arrival would change the tables between runs.

@@ -68,9 +68,9 @@ std::string Vpn(const std::string& enable, const std::string& more = "") {
     return Eth1(kP0 + "/56", R"([[")" + kB + R"(", "ovpn"]])", R"(, "keyvalues": {")" + kVpnSettings + R"(": {"ovpn_enable_ipv6": ")" + enable + "\"}}" + more);
 }
 
-Case Apply(const char* name, const std::string& scenario, int status, const std::string& journal,
-           std::vector<std::string> args = {"--apply-new-prefix", "eth1"}) {
-    return Case{name, std::move(args), scenario, "", "", status, journal};
+const std::vector<std::string> kApply = {"--apply-new-prefix", "eth1"}, kInit = {"--init-ipv6-router", "eth1", "dhcp"};
+Case Row(const char* name, const std::vector<std::string>& args, const std::string& scenario, int status, const std::string& journal) {
+    return Case{name, args, scenario, "", "", status, journal};
 }
 
 // The router of eth1 made and set up (`created` the result of Create), then `rest` before it is deleted.
@@ -81,11 +81,6 @@ std::string Created(const std::string& rest, const char* created = "true", const
 std::string Router(const char* type, const std::string& more = "") {
     return std::string(R"({"routers": {"eth1": {"type": ")") + type + "\"}}" + more + "}";
 }
-Case Init(const char* name, const std::string& scenario, int status, const std::string& journal,
-          std::vector<std::string> args = {"--init-ipv6-router", "eth1", "dhcp"}) {
-    return Case{name, std::move(args), scenario, "", "", status, journal};
-}
-
 const std::string kLong(1100, 'f');
 const std::string kStored = R"(, "router6": {"eth1": {"prefix": "2001:db8:1200::/56", "allocations": [["2001:db8:aa00::", "lan"]]}},
     "prefix64": {"2001:db8:1200::/56": ["2001:db8:1200::"]})";
@@ -93,41 +88,41 @@ const std::string kStored = R"(, "router6": {"eth1": {"prefix": "2001:db8:1200::
 // clang-format off
 BLACKBOX_SUITE(IPv6Router);
 INSTANTIATE_TEST_SUITE_P(Walk, IPv6Router, ::testing::Values(
-    Apply("EveryOwnerMoved", Eth1(kP0 + "/56", Pairs("lan", "ovpn"), kVpnOn), 0, Walked(Moved(kA, "lan", kP0) + VpnMoved(kP1) + Moved(kB, "ovpn", kP1))),
-    Apply("MorePairsThanPrefixes", Eth1(kP0 + "/56", R"([["a::", "x"], ["b::", "y"], ["c::", "z"]])"), 0, Walked(Moved("a::", "x", kP0) + Moved("b::", "y", kP1))),
-    Apply("FailedReleaseKeepsCandidate", Eth1(kP0 + "/56", Pairs("lan", "wlan"), R"(, "results": {"Router6Prefix.Deallocate": [false]})"), 0, Walked(Pool("Deallocate", kA, "lan", false) + Log(6, "Failed to deallocate IPv6 prefix: " + kA) + Moved(kB, "wlan", kP0))),
-    Apply("FailedAllocationKeepsCursor", Eth1(kP0 + "/56", Pairs("lan", "wlan"), R"(, "results": {"Router6Prefix.Allocate": [false]})"), 0, Walked(Pool("Deallocate", kA, "lan") + Pool("Allocate", kP0, "lan", false) + Log(6, "Failed to allocate IPv6 prefix: " + kP0) + Moved(kB, "wlan", kP0))),
-    Apply("VpnFollowsCandidate", Eth1(kP0 + "/56", Pairs("ovpn", "ovpn"), kVpnOn + R"(, "results": {"Router6Prefix.Deallocate": [false]})"), 0, Walked(VpnMoved(kP0) + Pool("Deallocate", kA, "ovpn", false) + Log(6, "Failed to deallocate IPv6 prefix: " + kA) + VpnMoved(kP0) + Moved(kB, "ovpn", kP0))),
-    Apply("VpnIPv6Off", Vpn("no"), 0, Walked(VpnQuery(3) + Moved(kB, "ovpn", kP0))),
-    Apply("VpnIPv6UpperCase", Vpn("YES"), 0, Walked(VpnQuery(4) + Moved(kB, "ovpn", kP0))),
-    Apply("VpnIPv6TrailingBlank", Vpn("yes "), 0, Walked(VpnQuery(5) + Moved(kB, "ovpn", kP0))),
-    Apply("VpnIPv6Missing", Eth1(kP0 + "/56", R"([[")" + kB + R"(", "ovpn"]])"), 0, Walked(VpnQuery(0) + Moved(kB, "ovpn", kP0))),
-    Apply("RewriteFailsNoRestart", Vpn("yes", R"(, "results": {"TLIBCFileSetLine": [0]})"), 0, Walked(VpnQuery(4) + SetLine("server-ipv6 " + kP0 + "/64", 0) + Log(3, "Failed to modify openvpn ipv6 prefix to [" + kP0 + "]") + Moved(kB, "ovpn", kP0))),
-    Apply("RestartFails", Vpn("yes", R"(, "results": {"TLIBCExec": [-1]})"), 0, Walked(VpnQuery(4) + SetLine("server-ipv6 " + kP0 + "/64", 1) + Restart(-1) + Log(3, "Failed to restart OpenVPN") + Moved(kB, "ovpn", kP0))),
-    Apply("LineCutToBuffer", Vpn("yes", R"(, "results": {"Router6Prefix.EnumPrefix64": [[")" + kLong + "\"]]}"), 0, Locked(Lock(true) + Result("Router6Attr.LoadConfig", "0") + Enum(kP0, 56, "[\"" + kLong + "\"]") + VpnQuery(4) + SetLine(("server-ipv6 " + kLong + "/64").substr(0, 1023), 1) + Restart(0) + Moved(kB, "ovpn", kLong)))),
+    Row("EveryOwnerMoved", kApply, Eth1(kP0 + "/56", Pairs("lan", "ovpn"), kVpnOn), 0, Walked(Moved(kA, "lan", kP0) + VpnMoved(kP1) + Moved(kB, "ovpn", kP1))),
+    Row("MorePairsThanPrefixes", kApply, Eth1(kP0 + "/56", R"([["a::", "x"], ["b::", "y"], ["c::", "z"]])"), 0, Walked(Moved("a::", "x", kP0) + Moved("b::", "y", kP1))),
+    Row("FailedReleaseKeepsCandidate", kApply, Eth1(kP0 + "/56", Pairs("lan", "wlan"), R"(, "results": {"Router6Prefix.Deallocate": [false]})"), 0, Walked(Pool("Deallocate", kA, "lan", false) + Log(6, "Failed to deallocate IPv6 prefix: " + kA) + Moved(kB, "wlan", kP0))),
+    Row("FailedAllocationKeepsCursor", kApply, Eth1(kP0 + "/56", Pairs("lan", "wlan"), R"(, "results": {"Router6Prefix.Allocate": [false]})"), 0, Walked(Pool("Deallocate", kA, "lan") + Pool("Allocate", kP0, "lan", false) + Log(6, "Failed to allocate IPv6 prefix: " + kP0) + Moved(kB, "wlan", kP0))),
+    Row("VpnFollowsCandidate", kApply, Eth1(kP0 + "/56", Pairs("ovpn", "ovpn"), kVpnOn + R"(, "results": {"Router6Prefix.Deallocate": [false]})"), 0, Walked(VpnMoved(kP0) + Pool("Deallocate", kA, "ovpn", false) + Log(6, "Failed to deallocate IPv6 prefix: " + kA) + VpnMoved(kP0) + Moved(kB, "ovpn", kP0))),
+    Row("VpnIPv6Off", kApply, Vpn("no"), 0, Walked(VpnQuery(3) + Moved(kB, "ovpn", kP0))),
+    Row("VpnIPv6UpperCase", kApply, Vpn("YES"), 0, Walked(VpnQuery(4) + Moved(kB, "ovpn", kP0))),
+    Row("VpnIPv6TrailingBlank", kApply, Vpn("yes "), 0, Walked(VpnQuery(5) + Moved(kB, "ovpn", kP0))),
+    Row("VpnIPv6Missing", kApply, Eth1(kP0 + "/56", R"([[")" + kB + R"(", "ovpn"]])"), 0, Walked(VpnQuery(0) + Moved(kB, "ovpn", kP0))),
+    Row("RewriteFailsNoRestart", kApply, Vpn("yes", R"(, "results": {"TLIBCFileSetLine": [0]})"), 0, Walked(VpnQuery(4) + SetLine("server-ipv6 " + kP0 + "/64", 0) + Log(3, "Failed to modify openvpn ipv6 prefix to [" + kP0 + "]") + Moved(kB, "ovpn", kP0))),
+    Row("RestartFails", kApply, Vpn("yes", R"(, "results": {"TLIBCExec": [-1]})"), 0, Walked(VpnQuery(4) + SetLine("server-ipv6 " + kP0 + "/64", 1) + Restart(-1) + Log(3, "Failed to restart OpenVPN") + Moved(kB, "ovpn", kP0))),
+    Row("LineCutToBuffer", kApply, Vpn("yes", R"(, "results": {"Router6Prefix.EnumPrefix64": [[")" + kLong + "\"]]}"), 0, Locked(Lock(true) + Result("Router6Attr.LoadConfig", "0") + Enum(kP0, 56, "[\"" + kLong + "\"]") + VpnQuery(4) + SetLine(("server-ipv6 " + kLong + "/64").substr(0, 1023), 1) + Restart(0) + Moved(kB, "ovpn", kLong)))),
     blackbox::CaseName());
 
 INSTANTIATE_TEST_SUITE_P(Refusals, IPv6Router, ::testing::Values(
-    Apply("TwoInterfaces", "", 255, Locked(""), {"--apply-new-prefix", "eth1", "eth2"}),
-    Apply("LockRefused", R"({"results": {"FileLock.Lock": [false]}})", 255, Locked(Lock(false) + Log(3, "Failed to lock in ApplyNewPrefix"))),
-    Apply("NoConfig", "", 255, Locked(Lock(true) + Refused(-1, Log(6, "No IPv6 router config for eth9 available"), "eth9")), {"--apply-new-prefix", "eth9"}),
-    Apply("NoSlash", Eth1(kP0, "[]"), 255, Locked(Lock(true) + Refused(0, Log(6, "Unable to tokenize prefix [" + kP0 + "], skip")))),
-    Apply("TwoSlashes", Eth1("2001:db8::/56/7", "[]"), 255, Unparsable("2001:db8::/56/7")),
-    Apply("Letters", Eth1("2001:db8::/abc", "[]"), 255, Unparsable("2001:db8::/abc")),
-    Apply("TrailingBlank", Eth1("2001:db8::/56 ", "[]"), 255, Unparsable("2001:db8::/56 ")),
-    Apply("AboveInt32", Eth1("2001:db8::/2147483648", "[]"), 255, Unparsable("2001:db8::/2147483648")),
-    Apply("NegativeNothingAvailable", Eth1("2001:db8::/-1", "[]"), 255, Locked(Lock(true) + Refused(0, Enum("2001:db8::", -1, "[]") + Log(4, "Unable to enumerate available prefix")))),
-    Apply("PlusSignNoAllocations", Eth1(kP0 + "/+56", "[]"), 0, Walked(""))),
+    Row("TwoInterfaces", {"--apply-new-prefix", "eth1", "eth2"}, "", 255, Locked("")),
+    Row("LockRefused", kApply, R"({"results": {"FileLock.Lock": [false]}})", 255, Locked(Lock(false) + Log(3, "Failed to lock in ApplyNewPrefix"))),
+    Row("NoConfig", {"--apply-new-prefix", "eth9"}, "", 255, Locked(Lock(true) + Refused(-1, Log(6, "No IPv6 router config for eth9 available"), "eth9"))),
+    Row("NoSlash", kApply, Eth1(kP0, "[]"), 255, Locked(Lock(true) + Refused(0, Log(6, "Unable to tokenize prefix [" + kP0 + "], skip")))),
+    Row("TwoSlashes", kApply, Eth1("2001:db8::/56/7", "[]"), 255, Unparsable("2001:db8::/56/7")),
+    Row("Letters", kApply, Eth1("2001:db8::/abc", "[]"), 255, Unparsable("2001:db8::/abc")),
+    Row("TrailingBlank", kApply, Eth1("2001:db8::/56 ", "[]"), 255, Unparsable("2001:db8::/56 ")),
+    Row("AboveInt32", kApply, Eth1("2001:db8::/2147483648", "[]"), 255, Unparsable("2001:db8::/2147483648")),
+    Row("NegativeNothingAvailable", kApply, Eth1("2001:db8::/-1", "[]"), 255, Locked(Lock(true) + Refused(0, Enum("2001:db8::", -1, "[]") + Log(4, "Unable to enumerate available prefix")))),
+    Row("PlusSignNoAllocations", kApply, Eth1(kP0 + "/+56", "[]"), 0, Walked(""))),
     blackbox::CaseName());
 
 INSTANTIATE_TEST_SUITE_P(Init, IPv6Router, ::testing::Values(
-    Init("NativeSkipsPrefixesPrepareIgnored", Router("native", kStored + R"(, "results": {"Router6.Prepare": [-1]})"), 0, Created("", "true", "-1")),
-    Init("ThreeWords", Router("native"), 255, Locked(""), {"--init-ipv6-router", "eth1", "dhcp", "x"}),
-    Init("LockRefused", Router("native", R"(, "results": {"FileLock.Lock": [false]})"), 255, Locked(Lock(false) + Log(3, "Failed to lock in InitIPv6Router"))),
-    Init("NoRouter", "", 255, Locked(Lock(true) + Line("Router6Factory.newRouterV6Instance", R"(,"args":["eth1","dhcp"],"result":null)") + Log(6, "No IPv6 router available"))),
-    Init("CreateFails", Router("dhcp", R"(, "results": {"Router6.Create": [false]})"), 255, Created(Log(6, "Create IPv6 router for eth1 failed"), "false")),
-    Init("NativeIsCaseSensitive", Router("Native"), 255, Created(Refused(-1, Log(6, "No IPv6 router config for eth1 available")))),
-    Init("OtherTypeHandsOut", Router("dhcp", kStored), 0, Created(Result("Router6Attr.LoadConfig", "0") + Enum(kP0, 56, "[\"" + kP0 + "\"]") + Moved(kA, "lan", kP0)))),
+    Row("NativeSkipsPrefixesPrepareIgnored", kInit, Router("native", kStored + R"(, "results": {"Router6.Prepare": [-1]})"), 0, Created("", "true", "-1")),
+    Row("ThreeWords", {"--init-ipv6-router", "eth1", "dhcp", "x"}, Router("native"), 255, Locked("")),
+    Row("LockRefused", kInit, Router("native", R"(, "results": {"FileLock.Lock": [false]})"), 255, Locked(Lock(false) + Log(3, "Failed to lock in InitIPv6Router"))),
+    Row("NoRouter", kInit, "", 255, Locked(Lock(true) + Line("Router6Factory.newRouterV6Instance", R"(,"args":["eth1","dhcp"],"result":null)") + Log(6, "No IPv6 router available"))),
+    Row("CreateFails", kInit, Router("dhcp", R"(, "results": {"Router6.Create": [false]})"), 255, Created(Log(6, "Create IPv6 router for eth1 failed"), "false")),
+    Row("NativeIsCaseSensitive", kInit, Router("Native"), 255, Created(Refused(-1, Log(6, "No IPv6 router config for eth1 available")))),
+    Row("OtherTypeHandsOut", kInit, Router("dhcp", kStored), 0, Created(Result("Router6Attr.LoadConfig", "0") + Enum(kP0, 56, "[\"" + kP0 + "\"]") + Moved(kA, "lan", kP0)))),
     blackbox::CaseName());
 
 const char* const kNetworks = R"({"networks": {

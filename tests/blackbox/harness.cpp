@@ -51,8 +51,9 @@ void Normalize(Json::Value& event, std::vector<int>& lines) {
 // Calls that only manage the tool's own objects and buffers. The router instance's destructor
 // and the lock's constructor (its path) stay: they are part of what the tool does.
 bool IsBookkeeping(const Json::Value& event) {
-    static const std::set<std::string> kHelpers = {"TLIBCSzListAlloc", "TLIBCSzListFree", "TLIBCSzListRemoveAll", "TLIBCStrSep",
-                                                   "TLIBCStrReplace",  "TARNNetSeperateSubnet", "FilterList"};
+    static const std::set<std::string> kHelpers = {"TLIBCSzListAlloc", "TLIBCSzListFree", "TLIBCSzListRemoveAll",
+                                                   "TLIBCStrSep",      "TLIBCStrReplace", "TARNNetSeperateSubnet",
+                                                   "FilterList"};
     std::string op = event["op"].asString();
     size_t dot = op.find('.');
     if (dot == std::string::npos) return kHelpers.count(op) > 0;
@@ -94,22 +95,18 @@ Run RunSim(const std::vector<std::string>& args, const std::string& scenario, co
     std::string pattern = (fs::temp_directory_path() / "tarnsim-XXXXXX").string();
     if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
     TempDir dir{pattern};
-    fs::path scenarioPath = dir.path / "scenario.json", journalPath = dir.path / "journal", outPath = dir.path / "out", errPath = dir.path / "err";
-    std::vector<std::string> env;
-    for (char** e = environ; *e != nullptr; ++e)
-        if (std::strncmp(*e, "TARNSIM_", 8) != 0) env.emplace_back(*e);
-    env.push_back("TARNSIM_JOURNAL=" + journalPath.string());
+    fs::path scenarioPath = dir.path / "scenario.json", journalPath = dir.path / "journal", outPath = dir.path / "out",
+             errPath = dir.path / "err";
+    // Only this process's own scenario and journal reach the tool.
+    setenv("TARNSIM_JOURNAL", journalPath.c_str(), 1);
+    unsetenv("TARNSIM_SCENARIO");
     if (!scenario.empty()) {
         std::ofstream(scenarioPath) << scenario;
-        env.push_back("TARNSIM_SCENARIO=" + scenarioPath.string());
+        setenv("TARNSIM_SCENARIO", scenarioPath.c_str(), 1);
     }
-    std::vector<std::string> argvText{argv0};
-    argvText.insert(argvText.end(), args.begin(), args.end());
-    std::vector<char*> argvPtr, envPtr;
-    for (std::string& a : argvText) argvPtr.push_back(a.data());
-    for (std::string& e : env) envPtr.push_back(e.data());
-    argvPtr.push_back(nullptr);
-    envPtr.push_back(nullptr);
+    std::vector<char*> argv{const_cast<char*>(argv0.c_str())};
+    for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
+    argv.push_back(nullptr);
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -117,7 +114,7 @@ Run RunSim(const std::vector<std::string>& args, const std::string& scenario, co
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     pid_t pid = -1;
-    int spawned = posix_spawn(&pid, TARNSIM_BINARY, &actions, nullptr, argvPtr.data(), envPtr.data());
+    int spawned = posix_spawn(&pid, TARNSIM_BINARY, &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     if (spawned != 0) throw std::runtime_error(std::string("cannot start the tool: ") + std::strerror(spawned));
     int wstatus = 0;
@@ -148,7 +145,8 @@ std::vector<Json::Value> ParseLines(const std::string& lines) {
         Json::CharReaderBuilder builder;
         builder["failIfExtra"] = true;  // two events on one line would otherwise check only the first
         std::istringstream in(line.substr(start));
-        if (!Json::parseFromStream(builder, in, &events.emplace_back(), nullptr)) throw std::runtime_error("bad JSON line: " + line);
+        if (!Json::parseFromStream(builder, in, &events.emplace_back(), nullptr))
+            throw std::runtime_error("bad JSON line: " + line);
     }
     return events;
 }

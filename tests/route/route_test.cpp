@@ -15,7 +15,8 @@ std::string Refreshed(const char* op, int result = 0) {
     return R"({"op":"StaticRoute.)" + std::string(op) + R"(","result":)" + std::to_string(result) + "}";
 }
 
-const std::vector<std::string> kAddV4 = {"--add-policy-route-rule", "-4", "vpn", "eth0", "192.0.2.0", "255.255.255.0", "192.0.2.1"};
+const std::vector<std::string> kAddV4 = {"--add-policy-route-rule", "-4",       "vpn", "eth0", "192.0.2.0",
+                                         "255.255.255.0",           "192.0.2.1"};
 const std::string kRuleV4 =
     R"({"type":0,"service":"vpn","interface":"eth0","ip":"192.0.2.0","mask":"255.255.255.0","prefix_length":"","gateway":"192.0.2.1"})";
 const std::string kRuleV6 =

@@ -1,7 +1,5 @@
-#include "actions.h"
 #include "blackbox/harness.h"
 
-#include <set>
 #include <string>
 
 namespace {
@@ -37,12 +35,13 @@ const char* const kBanner = R"({"op":"TLIBCBannerPrint"})";
 
 // Names match whole and exactly.
 BLACKBOX_SUITE(Dispatcher);
-INSTANTIATE_TEST_SUITE_P(Rows, Dispatcher, ::testing::Values(Case{"NoArgument", {}, "", Usage("tarnnetdtool"), "No argument\n", 255, kBanner},
-                                            Case{"UpperCase", {"--GEN-DUID"}, "", Usage("tarnnetdtool"),
-                                                 "Command [--GEN-DUID] not found\n", 255, kBanner},
-                                            Case{"Abbreviated", {"--gen", "-4"}, "", Usage("tarnnetdtool"),
-                                                 "Command [--gen] not found\n", 255, kBanner}),
-                         blackbox::CaseName());
+INSTANTIATE_TEST_SUITE_P(
+    Rows, Dispatcher,
+    ::testing::Values(
+        Case{"NoArgument", {}, "", Usage("tarnnetdtool"), "No argument\n", 255, kBanner},
+        Case{"UpperCase", {"--GEN-DUID"}, "", Usage("tarnnetdtool"), "Command [--GEN-DUID] not found\n", 255, kBanner},
+        Case{"Abbreviated", {"--gen", "-4"}, "", Usage("tarnnetdtool"), "Command [--gen] not found\n", 255, kBanner}),
+    blackbox::CaseName());
 
 TEST(Dispatcher, UsageNamesTheProgramByItsShortName) {
     EXPECT_EQ(blackbox::RunSim({}, "", "/usr/local/sbin/netd-tool").out, Usage("netd-tool"));
@@ -50,28 +49,16 @@ TEST(Dispatcher, UsageNamesTheProgramByItsShortName) {
 
 // A mistake in a scenario stops the run before the tool does anything, with one line naming it.
 TEST(Dispatcher, BadScenarioStopsBeforeTheTool) {
-    for (const auto& [scenario, reason] : {std::pair{R"({"results": {"GenDUID": [1]}, "duid": "x"})", "results.GenDUID[0]: expected a text"},
-                                           {R"({"gatways": {}})", "gatways: no such member"},
-                                           {R"({"results": {"NetClient.Nope": [0]}})", "results.NetClient.Nope: no such op"},
-                                           {R"({"networks": {"ipv4": {"lbr0": [["192.0.2.0", "24"]]}}})", "networks.ipv4.lbr0[0]: expected [text, integer]"}}) {
+    for (const auto& [scenario, reason] :
+         {std::pair{R"({"results": {"GenDUID": [1]}, "duid": "x"})", "results.GenDUID[0]: expected a text"},
+          {R"({"gatways": {}})", "gatways: no such member"},
+          {R"({"results": {"NetClient.Nope": [0]}})", "results.NetClient.Nope: no such op"},
+          {R"({"networks": {"ipv4": {"lbr0": [["192.0.2.0", "24"]]}}})", "networks.ipv4.lbr0[0]: expected [text, integer]"}}) {
         blackbox::Run run = blackbox::RunSim({"--gen-DUID"}, scenario);
         EXPECT_EQ(run.status, 255);
         EXPECT_EQ(run.out, "");
         EXPECT_EQ(run.err, std::string("tarnnetdtool-sim: bad scenario: ") + reason + "\n");
         EXPECT_TRUE(run.journal.empty());
-    }
-}
-
-TEST(ActionTable, NamesAreUniqueHandledAndListed) {
-    EXPECT_EQ(kActions.size(), 26u);
-    std::set<std::string> names;
-    for (const Action& action : kActions) {
-        EXPECT_TRUE(names.insert(action.name).second) << "duplicate " << action.name;
-        EXPECT_NE(action.handler, nullptr) << action.name;
-        std::string word = std::string("\n ") + action.name;
-        bool listed = false;
-        for (const char* end : {" ", "\t", "\n"}) listed = listed || ("\n" + kActionLines).find(word + end) != std::string::npos;
-        EXPECT_EQ(listed, std::string(action.name) != "--get-gateway-data-by-interface") << action.name;
     }
 }
 

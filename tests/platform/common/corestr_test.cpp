@@ -41,15 +41,6 @@ TEST(SzList, GrowsWithoutLosingItemsAndEmptiesForReuse) {
     EXPECT_EQ(Items(list.get()), std::vector<std::string>{"b"});
 }
 
-TEST(StrSep, SeparatorRunsMakeNoEmptyPieces) {
-    List list(tarncore::SzListAlloc(8));
-    TLIBCSzList* raw = list.release();
-    EXPECT_EQ(tarncore::StrSep("  inet addr:192.0.2.10  Mask:255.0.0.0\n", " ", &raw), 3);
-    EXPECT_EQ(tarncore::StrSep("a,b;;c", ",;", &raw), 3);
-    list.reset(raw);
-    EXPECT_EQ(Items(list.get()), (std::vector<std::string>{"inet", "addr:192.0.2.10", "Mask:255.0.0.0\n", "a", "b", "c"}));
-}
-
 // Replaces up to `max` (0: every) occurrence; a result that does not fit leaves the text as it was.
 TEST(StrReplace, CountsAndRefusesWhatDoesNotFit) {
     auto replace = [](const char* text, int max, int size) {
@@ -61,17 +52,6 @@ TEST(StrReplace, CountsAndRefusesWhatDoesNotFit) {
     EXPECT_EQ(replace("a-a-a", 0, 64), (std::pair{3, std::string("bb-bb-bb")}));
     EXPECT_EQ(replace("a-a-a", 2, 64), (std::pair{2, std::string("bb-bb-a")}));
     EXPECT_EQ(replace("aaaaa", 0, 10), (std::pair{-1, std::string("aaaaa")}));
-}
-
-TEST(SeperateSubnet, AddressPartCutToTheBuffer) {
-    char buf[64];
-    int prefixLen = -7;
-    ASSERT_EQ(tarncore::SeperateSubnet("2001:db8:1234:5678::1/64", buf, 20, &prefixLen), 0);
-    EXPECT_STREQ(buf, "2001:db8:1234:5678:");
-    EXPECT_EQ(prefixLen, 64);
-    ASSERT_EQ(tarncore::SeperateSubnet("192.0.2.1/x", buf, 20, &prefixLen), 0);
-    EXPECT_STREQ(buf, "192.0.2.1");
-    EXPECT_EQ(prefixLen, 64);
 }
 
 TEST(KeepClass, KeepsObjectsOfExactlyTheClass) {

@@ -8,28 +8,16 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 
 namespace {
 
 namespace fs = std::filesystem;
 
-TEST(Popen, WriteModeFeedsTheProgramAndFailuresAreNull) {
-    fs::path out = fs::temp_directory_path() / ("tarnpopen-" + std::to_string(getpid()));
-    FILE* stream = TLIBCPopen("/bin/dd", "w", ("of=" + out.string()).c_str(), "status=none", nullptr);
-    ASSERT_NE(stream, nullptr);
-    std::fputs("line one\n", stream);
-    EXPECT_EQ(TLIBCPclose(stream), 0);
-    std::ostringstream text;
-    text << std::ifstream(out).rdbuf();
-    EXPECT_EQ(text.str(), "line one\n");
-    fs::remove(out);
-
+TEST(Popen, FailuresAreNullAndTheStatusIsTheExitStatus) {
     EXPECT_EQ(TLIBCPopen("/nonexistent/ifconfig", "r", "eth0", nullptr), nullptr);
     EXPECT_EQ(TLIBCPopen("printf", "r", "x", nullptr), nullptr);  // a path, never a search
-    stream = TLIBCPopen("/bin/false", "r", nullptr);
+    FILE* stream = TLIBCPopen("/bin/false", "r", nullptr);
     ASSERT_NE(stream, nullptr);
     EXPECT_EQ(TLIBCPclose(stream), 1);
 }

@@ -10,7 +10,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <set>
 #include <sstream>
 
@@ -39,13 +38,15 @@ std::string ReadFile(const fs::path& path) {
 
 // Takes the line number out of a syslog text, so that rows do not depend on source lines.
 void Normalize(Json::Value& event, std::vector<int>& lines) {
-    static const std::regex kSource("^tarnnetdtool:([0-9]+) ");
+    static const std::string source = "tarnnetdtool:";
     if (event["op"] != "syslog" || !event["args"][1].isString()) return;
-    std::smatch found;
     std::string text = event["args"][1].asString();
-    if (!std::regex_search(text, found, kSource)) return;
-    lines.push_back(std::stoi(found[1]));
-    event["args"][1] = "tarnnetdtool:N " + found.suffix().str();
+    size_t digits = text.find_first_not_of("0123456789", source.size());
+    if (text.compare(0, source.size(), source) != 0 || digits == source.size() || digits == std::string::npos ||
+        text[digits] != ' ')
+        return;
+    lines.push_back(std::stoi(text.substr(source.size(), digits - source.size())));
+    event["args"][1] = source + "N" + text.substr(digits);
 }
 
 // Calls that only manage the tool's own objects and buffers. The router instance's destructor

@@ -6,13 +6,11 @@
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <cctype>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 
 extern char** environ;
@@ -23,21 +21,12 @@ namespace {
 namespace fs = std::filesystem;
 
 // A temporary directory removed with its contents.
-class TempDir {
-public:
-    TempDir() {
-        std::string pattern = (fs::temp_directory_path() / "tarnsim-XXXXXX").string();
-        if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-        path_ = pattern;
-    }
+struct TempDir {
+    fs::path path;
     ~TempDir() {
         std::error_code ignored;
-        fs::remove_all(path_, ignored);
+        fs::remove_all(path, ignored);
     }
-    fs::path operator/(const char* name) const { return path_ / name; }
-
-private:
-    fs::path path_;
 };
 
 std::string ReadFile(const fs::path& path) {
@@ -47,27 +36,30 @@ std::string ReadFile(const fs::path& path) {
     return text.str();
 }
 
-Json::Value ParseLine(const std::string& line) {
-    Json::CharReaderBuilder builder;
-    builder["failIfExtra"] = true;  // two events on one line would otherwise check only the first
-    Json::Value v;
-    std::string errors;
-    std::istringstream in(line);
-    if (!Json::parseFromStream(builder, in, &v, &errors)) throw std::runtime_error("bad JSON line: " + line);
-    return v;
-}
-
 // Takes the line number out of a syslog text, so that rows do not depend on source lines.
 void Normalize(Json::Value& event, std::vector<int>& lines) {
     static const std::string source = "tarnnetdtool:";
     if (event["op"] != "syslog" || !event["args"][1].isString()) return;
     std::string text = event["args"][1].asString();
-    size_t digits = source.size();
-    while (digits < text.size() && std::isdigit(static_cast<unsigned char>(text[digits]))) ++digits;
-    if (text.compare(0, source.size(), source) != 0 || digits == source.size() || digits >= text.size() || text[digits] != ' ')
+    size_t digits = text.find_first_not_of("0123456789", source.size());
+    if (text.compare(0, source.size(), source) != 0 || digits == source.size() || digits == std::string::npos ||
+        text[digits] != ' ')
         return;
     lines.push_back(std::stoi(text.substr(source.size(), digits - source.size())));
     event["args"][1] = source + "N" + text.substr(digits);
+}
+
+// Calls that only manage the tool's own objects and buffers. The router instance's destructor
+// and the lock's constructor (its path) stay: they are part of what the tool does.
+bool IsBookkeeping(const Json::Value& event) {
+    static const std::set<std::string> kHelpers = {"TLIBCSzListAlloc", "TLIBCSzListFree", "TLIBCSzListRemoveAll",
+                                                   "TLIBCStrSep",      "TLIBCStrReplace", "TARNNetSeperateSubnet",
+                                                   "FilterList"};
+    std::string op = event["op"].asString();
+    size_t dot = op.find('.');
+    if (dot == std::string::npos) return kHelpers.count(op) > 0;
+    std::string cls = op.substr(0, dot), method = op.substr(dot + 1);
+    return !event.isMember("args") && cls != "Router6" && (method == cls || method == "~" + cls);
 }
 
 std::string Listing(const std::vector<Json::Value>& events) {
@@ -83,26 +75,39 @@ bool Matches(const Json::Value& actual, const Json::Value& expected) {
     return true;
 }
 
+::testing::AssertionResult JournalMatches(const std::vector<Json::Value>& journal, const std::string& expected, Journal check) {
+    std::vector<Json::Value> want = ParseLines(expected), actual;
+    for (const Json::Value& event : journal)
+        if (check == Journal::Contains || !IsBookkeeping(event)) actual.push_back(event);
+    size_t next = 0;
+    if (check == Journal::Contains) {
+        for (const Json::Value& event : actual)
+            if (next < want.size() && Matches(event, want[next])) ++next;
+        if (next == want.size()) return ::testing::AssertionSuccess();
+    } else if (actual == want) {
+        return ::testing::AssertionSuccess();
+    }
+    return ::testing::AssertionFailure() << "journal differs\nexpected:\n" << Listing(want) << "actual:\n" << Listing(actual);
+}
+
 }  // namespace
 
 Run RunSim(const std::vector<std::string>& args, const std::string& scenario, const std::string& argv0) {
-    TempDir dir;
-    fs::path scenarioPath = dir / "scenario.json", journalPath = dir / "journal", outPath = dir / "out", errPath = dir / "err";
-    std::vector<std::string> env;
-    for (char** e = environ; *e != nullptr; ++e)
-        if (std::strncmp(*e, "TARNSIM_", 8) != 0) env.emplace_back(*e);
-    env.push_back("TARNSIM_JOURNAL=" + journalPath.string());
+    std::string pattern = (fs::temp_directory_path() / "tarnsim-XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+    TempDir dir{pattern};
+    fs::path scenarioPath = dir.path / "scenario.json", journalPath = dir.path / "journal", outPath = dir.path / "out",
+             errPath = dir.path / "err";
+    // Only this process's own scenario and journal reach the tool.
+    setenv("TARNSIM_JOURNAL", journalPath.c_str(), 1);
+    unsetenv("TARNSIM_SCENARIO");
     if (!scenario.empty()) {
         std::ofstream(scenarioPath) << scenario;
-        env.push_back("TARNSIM_SCENARIO=" + scenarioPath.string());
+        setenv("TARNSIM_SCENARIO", scenarioPath.c_str(), 1);
     }
-    std::vector<std::string> argvText{argv0};
-    argvText.insert(argvText.end(), args.begin(), args.end());
-    std::vector<char*> argvPtr, envPtr;
-    for (std::string& a : argvText) argvPtr.push_back(a.data());
-    for (std::string& e : env) envPtr.push_back(e.data());
-    argvPtr.push_back(nullptr);
-    envPtr.push_back(nullptr);
+    std::vector<char*> argv{const_cast<char*>(argv0.c_str())};
+    for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
+    argv.push_back(nullptr);
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -110,7 +115,7 @@ Run RunSim(const std::vector<std::string>& args, const std::string& scenario, co
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     pid_t pid = -1;
-    int spawned = posix_spawn(&pid, TARNSIM_BINARY, &actions, nullptr, argvPtr.data(), envPtr.data());
+    int spawned = posix_spawn(&pid, TARNSIM_BINARY, &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     if (spawned != 0) throw std::runtime_error(std::string("cannot start the tool: ") + std::strerror(spawned));
     int wstatus = 0;
@@ -137,27 +142,14 @@ std::vector<Json::Value> ParseLines(const std::string& lines) {
     std::istringstream in(lines);
     for (std::string line; std::getline(in, line);) {
         size_t start = line.find_first_not_of(" \t");
-        if (start != std::string::npos) events.push_back(ParseLine(line.substr(start)));
+        if (start == std::string::npos) continue;
+        Json::CharReaderBuilder builder;
+        builder["failIfExtra"] = true;  // two events on one line would otherwise check only the first
+        std::istringstream in(line.substr(start));
+        if (!Json::parseFromStream(builder, in, &events.emplace_back(), nullptr))
+            throw std::runtime_error("bad JSON line: " + line);
     }
     return events;
-}
-
-::testing::AssertionResult JournalEquals(const std::vector<Json::Value>& actual, const std::string& expected) {
-    std::vector<Json::Value> want = ParseLines(expected);
-    if (actual == want) return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << "journal differs\nexpected:\n" << Listing(want) << "actual:\n" << Listing(actual);
-}
-
-::testing::AssertionResult JournalContains(const std::vector<Json::Value>& actual, const std::string& expected) {
-    std::vector<Json::Value> want = ParseLines(expected);
-    size_t next = 0;
-    for (const Json::Value& event : actual)
-        if (next < want.size() && Matches(event, want[next])) ++next;
-    if (next == want.size()) return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << "journal lacks, in order, from:\n  " << Compact(want[next])
-                                         << "\nexpected in order:\n"
-                                         << Listing(want) << "actual:\n"
-                                         << Listing(actual);
 }
 
 void Check(const Case& c) {
@@ -165,10 +157,8 @@ void Check(const Case& c) {
     EXPECT_EQ(run.out, c.out) << "standard output";
     EXPECT_EQ(run.err, c.err) << "standard error";
     EXPECT_EQ(run.status, c.status) << "exit status";
-    if (c.check == Journal::Exact) {
-        EXPECT_TRUE(JournalEquals(run.journal, c.journal));
-    } else if (c.check == Journal::Contains) {
-        EXPECT_TRUE(JournalContains(run.journal, c.journal));
+    if (c.check != Journal::Ignore) {
+        EXPECT_TRUE(JournalMatches(run.journal, c.journal, c.check));
     }
     for (int line : run.logLines) EXPECT_GT(line, 0) << "log line number";
 }

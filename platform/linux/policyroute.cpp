@@ -1,6 +1,7 @@
 // Network library on Linux: the per-interface policy route tables. The state file says which
 // table each interface has, its stored rules and its sources; each call changes the state under
 // the state lock and then makes the kernel match it, so reruns find nothing to do.
+#include "linux/atomicfile.h"
 #include "linux/linux.h"
 #include "linux/routing.h"
 #include "tarnnetwork.h"
@@ -40,12 +41,12 @@ public:
             return false;
         }
         std::string text;
-        bool exists = false;
-        if (!ReadRegularFile(kStatePath, text, exists)) {
+        tarnlinux::ReadResult read = tarnlinux::ReadRegular(kStatePath, text);
+        if (read == tarnlinux::ReadResult::kRefused) {
             why = std::string("cannot read ") + kStatePath;
             return false;
         }
-        if (!exists) return true;
+        if (read == tarnlinux::ReadResult::kMissing) return true;
         std::optional<PolicyState> parsed = ParseState(text, why);
         if (!parsed) why = std::string(kStatePath) + " left as it is, it cannot be read: " + why;
         if (parsed) state = std::move(*parsed);
@@ -57,7 +58,7 @@ public:
         for (const auto& [path, text] : {std::pair<const char*, std::string>{kStatePath, StateText(state)},
                                          {kTableNamesPath, TableNamesText(state)},
                                          {kProtoNamesPath, kProtoNames}}) {
-            if (WriteFileAtomic(path, text)) continue;
+            if (tarnlinux::UpdateFile(path, text)) continue;
             why = std::string("cannot write ") + path;
             return false;
         }

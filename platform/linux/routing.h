@@ -182,12 +182,6 @@ std::optional<std::vector<StaticEntry>> ParseStaticRoutes(const std::string& tex
 Json::Value TablesDocument(const std::vector<Route>& routes, const std::map<uint32_t, std::string>& names,
                            const std::map<int, std::string>& devices);
 
-// Files: `text` of a regular file reached without following a link; false when it cannot be
-// read (a missing file reads as empty with `exists` false).
-bool ReadRegularFile(const std::string& path, std::string& text, bool& exists);
-// Replaces the file atomically with `text` (directories made 0755); nothing when unchanged.
-bool WriteFileAtomic(const std::string& path, const std::string& text);
-
 // One line to the system log at LOG_ERR.
 void LogError(const std::string& text);
 

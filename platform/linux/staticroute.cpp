@@ -1,5 +1,6 @@
 // Network library on Linux: the static routes of /etc/route-mgt/static-routes, made in the main
 // table with our static protocol, and the route tables document.
+#include "linux/atomicfile.h"
 #include "linux/routing.h"
 #include "tarnnetwork.h"
 
@@ -215,9 +216,8 @@ constexpr int kFailed = -1;
 
 bool ReadStaticRoutes(std::vector<StaticEntry>& entries) {
     std::string text;
-    bool exists = false;
     std::string why;
-    if (!ReadRegularFile(kStaticPath, text, exists)) {
+    if (tarnlinux::ReadRegular(kStaticPath, text) == tarnlinux::ReadResult::kRefused) {
         LogError(std::string("static-route: cannot read ") + kStaticPath);
         return false;
     }
@@ -256,7 +256,7 @@ bool Refresh(Kernel& kernel, int family, const std::vector<StaticEntry>& entries
 int RefreshFamilies(std::initializer_list<int> families) {
     std::vector<StaticEntry> entries;
     if (!ReadStaticRoutes(entries)) return kFailed;
-    if (!WriteFileAtomic(kProtoNamesPath, kProtoNames)) {
+    if (!tarnlinux::UpdateFile(kProtoNamesPath, kProtoNames)) {
         LogError(std::string("static-route: cannot write ") + kProtoNamesPath);
         return kFailed;
     }
@@ -271,8 +271,7 @@ std::map<uint32_t, std::string> PolicyTableNames() {
     std::map<uint32_t, std::string> names;
     std::string text;
     std::string why;
-    bool exists = false;
-    if (!ReadRegularFile(kStatePath, text, exists) || !exists) return names;
+    if (tarnlinux::ReadRegular(kStatePath, text) != tarnlinux::ReadResult::kRead) return names;
     std::optional<PolicyState> state = ParseState(text, why);
     if (!state) return names;
     for (const auto& [ifname, entry] : *state) names[entry.table] = ifname;

@@ -1,7 +1,7 @@
 #include "kernel.h"
 
 #include "linux/linux.h"
-#include "store.h"
+#include "linux/owned.h"
 
 #include <fcntl.h>
 #include <net/if.h>
@@ -9,7 +9,6 @@
 #include <netlink/route/link.h>
 #include <netlink/route/route.h>
 #include <netlink/socket.h>
-#include <sys/stat.h>
 #include <syslog.h>
 
 #include <cerrno>
@@ -20,9 +19,6 @@
 namespace tarnnetd {
 namespace {
 
-constexpr char kProtocolNames[] = "/etc/iproute2/rt_protos.d/tarn.conf";
-// One file for all our route protocols, so that `ip route` names them.
-constexpr char kProtocolNamesText[] = "201\ttarn-gateway\n202\ttarn-policy\n203\ttarn-static\n";
 constexpr char kDisableIPv6[] = "/proc/sys/net/ipv6/conf/%s/disable_ipv6";
 
 template <typename T, void (*Free)(T*)>
@@ -49,11 +45,11 @@ Socket Connect() {
 bool IsOurDefault(rtnl_route* route, int family) {
     nl_addr* dst = rtnl_route_get_dst(route);
     return rtnl_route_get_family(route) == family && rtnl_route_get_table(route) == RT_TABLE_MAIN &&
-           rtnl_route_get_protocol(route) == kRouteProtocol && dst != nullptr && nl_addr_get_prefixlen(dst) == 0;
+           rtnl_route_get_protocol(route) == tarnlinux::kProtoGateway && dst != nullptr && nl_addr_get_prefixlen(dst) == 0;
 }
 
 bool Matches(rtnl_route* route, const DefaultRoute& wanted, nl_addr* gateway) {
-    if (rtnl_route_get_nnexthops(route) != 1 || rtnl_route_get_priority(route) != kRouteMetric) return false;
+    if (rtnl_route_get_nnexthops(route) != 1 || rtnl_route_get_priority(route) != tarnlinux::kGatewayMetric) return false;
     rtnl_nexthop* hop = rtnl_route_nexthop_n(route, 0);
     nl_addr* via = rtnl_route_nh_get_gateway(hop);
     return rtnl_route_nh_get_ifindex(hop) == wanted.ifindex && via != nullptr && nl_addr_cmp(via, gateway) == 0;
@@ -71,8 +67,8 @@ Route Build(int family, const DefaultRoute& wanted, nl_addr* gateway) {
     nl_addr_set_prefixlen(any.get(), 0);
     rtnl_route_set_family(route.get(), family);
     rtnl_route_set_table(route.get(), RT_TABLE_MAIN);
-    rtnl_route_set_protocol(route.get(), kRouteProtocol);
-    rtnl_route_set_priority(route.get(), kRouteMetric);
+    rtnl_route_set_protocol(route.get(), tarnlinux::kProtoGateway);
+    rtnl_route_set_priority(route.get(), tarnlinux::kGatewayMetric);
     rtnl_route_set_scope(route.get(), RT_SCOPE_UNIVERSE);
     rtnl_route_set_type(route.get(), RTN_UNICAST);
     rtnl_route_set_dst(route.get(), any.get());
@@ -82,12 +78,10 @@ Route Build(int family, const DefaultRoute& wanted, nl_addr* gateway) {
     return route;
 }
 
-// Names our protocols for `ip route` when nobody has yet; a failure only costs the names.
+// Names our protocols for `ip route`; a failure only costs the names.
 void NameProtocols() {
-    struct stat info;
-    if (lstat(kProtocolNames, &info) == 0) return;
-    std::string error;
-    if (!WriteAtomically(kProtocolNames, kProtocolNamesText, error)) syslog(LOG_WARNING, "%s", error.c_str());
+    if (!tarnlinux::NameRouteProtocols())
+        syslog(LOG_WARNING, "%s not written: %s", tarnlinux::kProtoNamesPath, std::strerror(errno));
 }
 
 bool ReadSmall(const std::string& path, std::string& text) {

@@ -76,14 +76,10 @@ bool LoadRecords(const std::string& path, Records& records, std::string& error) 
 bool SaveRecords(const std::string& path, const Records& records, std::string& error) {
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "  ";
-    return WriteAtomically(path, Json::writeString(builder, ToDocument(records)) + "\n", error);
-}
-
-bool WriteAtomically(const std::string& path, const std::string& text, std::string& error) {
     // Visible temporary names: a start removes those that a kill left.
     tarnlinux::NewFile file;
     file.hidden = false;
-    if (tarnlinux::ReplaceFile(path, text, file)) return true;
+    if (tarnlinux::ReplaceFile(path, Json::writeString(builder, ToDocument(records)) + "\n", file)) return true;
     return Fail(error, SystemError("cannot replace " + path));
 }
 

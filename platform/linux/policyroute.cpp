@@ -33,36 +33,37 @@ std::optional<int> FamilyOf(IP_TYPE type, std::string& why) {
 // The state read under the state lock, held until the session ends.
 class Session {
 public:
-    Session() : lock_(kLockPath, true) {}
+    Session() : lock_(tarnlinux::kPolicyLockPath, true) {}
 
     bool Open(std::string& why) {
         if (!lock_.Lock()) {
-            why = std::string("cannot take the lock ") + kLockPath;
+            why = std::string("cannot take the lock ") + tarnlinux::kPolicyLockPath;
             return false;
         }
         std::string text;
-        tarnlinux::ReadResult read = tarnlinux::ReadRegular(kStatePath, text);
+        tarnlinux::ReadResult read = tarnlinux::ReadRegular(tarnlinux::kPolicyStatePath, text);
         if (read == tarnlinux::ReadResult::kRefused) {
-            why = std::string("cannot read ") + kStatePath;
+            why = std::string("cannot read ") + tarnlinux::kPolicyStatePath;
             return false;
         }
         if (read == tarnlinux::ReadResult::kMissing) return true;
         std::optional<PolicyState> parsed = ParseState(text, why);
-        if (!parsed) why = std::string(kStatePath) + " left as it is, it cannot be read: " + why;
+        if (!parsed) why = std::string(tarnlinux::kPolicyStatePath) + " left as it is, it cannot be read: " + why;
         if (parsed) state = std::move(*parsed);
         return parsed.has_value();
     }
 
     // The state, then the names that iproute2 shows for it.
     bool Save(std::string& why) {
-        for (const auto& [path, text] : {std::pair<const char*, std::string>{kStatePath, StateText(state)},
-                                         {kTableNamesPath, TableNamesText(state)},
-                                         {kProtoNamesPath, kProtoNames}}) {
+        for (const auto& [path, text] : {std::pair<const char*, std::string>{tarnlinux::kPolicyStatePath, StateText(state)},
+                                         {tarnlinux::kTableNamesPath, TableNamesText(state)}}) {
             if (tarnlinux::UpdateFile(path, text)) continue;
             why = std::string("cannot write ") + path;
             return false;
         }
-        return true;
+        if (tarnlinux::NameRouteProtocols()) return true;
+        why = std::string("cannot write ") + tarnlinux::kProtoNamesPath;
+        return false;
     }
 
     PolicyState state;

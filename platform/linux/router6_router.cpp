@@ -1,6 +1,7 @@
 // The IPv6 routers: native (forwarding on, router advertisements still accepted) and the
 // 6in4 and 6to4 tunnels, made through rtnetlink and /proc/sys; and the consumers' addresses.
 #include "linux/linux.h"
+#include "linux/owned.h"
 #include "linux/router6.h"
 #include "tarnnetwork.h"
 
@@ -29,8 +30,6 @@ constexpr char k6to4[] = "6to4";
 constexpr char kTunnelPrefix[] = "6in4-";
 constexpr char kSitKind[] = "sit";
 constexpr uint8_t kTunnelTtl = 64;
-// Our own route protocol for the tunnel's default route, beside the routing code's 201-203.
-constexpr uint8_t kRouterProtocol = 204;
 // The 6to4 relay anycast address (RFC 3068), as an IPv4-compatible next hop.
 constexpr char kSixToFourRelay[] = "::192.88.99.1";
 constexpr int kSubnetLength = 64;
@@ -160,13 +159,15 @@ bool AddDefaultRoute(const std::string& tunnel, const char* via) {
     rtnl_route_set_family(route.get(), AF_INET6);
     rtnl_route_set_dst(route.get(), destination.get());
     rtnl_route_set_table(route.get(), RT_TABLE_MAIN);
-    rtnl_route_set_protocol(route.get(), kRouterProtocol);
+    rtnl_route_set_protocol(route.get(), kProtoTunnel);
     rtnl_route_nh_set_ifindex(hop, ifindex);
     in6_addr gateway;
     NlAddr next;
     if (via != nullptr && inet_pton(AF_INET6, via, &gateway) == 1) next = BuildAddress(AF_INET6, &gateway, sizeof gateway, 128);
     if (next) rtnl_route_nh_set_gateway(hop, next.get());
     rtnl_route_add_nexthop(route.get(), hop);  // the route owns the hop from here
+    // A failure only costs `ip route` the protocol's name.
+    if (!NameRouteProtocols()) Log(LOG_WARNING, "%s not written: %s", kProtoNamesPath, strerror(errno));
     int result = rtnl_route_add(sock.get(), route.get(), NLM_F_CREATE);
     if (result >= 0 || result == -NLE_EXIST) return true;
     Log(LOG_ERR, "default route through %s not added: %s", tunnel.c_str(), nl_geterror(result));
@@ -324,7 +325,7 @@ std::string SixToFourPrefix(uint32_t ipv4) {
 }
 
 Store& SystemStore() {
-    static Store store(kStoreDir, kStoreLock, OwnerAddress);
+    static Store store(kRouter6StoreDir, kRouter6LockPath, OwnerAddress);
     return store;
 }
 

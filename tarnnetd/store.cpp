@@ -29,12 +29,6 @@ bool Fail(std::string& error, const std::string& reason) {
 
 std::string SystemError(const std::string& what) { return what + ": " + std::strerror(errno); }
 
-std::string Directory(const std::string& path) {
-    size_t slash = path.rfind('/');
-    if (slash == std::string::npos) return ".";
-    return slash == 0 ? "/" : path.substr(0, slash);
-}
-
 // mkostemp's suffix: six letters or digits.
 bool IsTemporaryOf(const std::string& name, const std::string& base) {
     if (name.size() != base.size() + 1 + kTempSuffix || name.compare(0, base.size() + 1, base + ".") != 0) return false;
@@ -43,7 +37,7 @@ bool IsTemporaryOf(const std::string& name, const std::string& base) {
 
 // Temporary files of writes that a kill cut short; nobody else writes beside the record file.
 void RemoveLeftovers(const std::string& path) {
-    std::string dir = Directory(path);
+    std::string dir = tarnlinux::DirectoryOf(path);
     std::string base = path.substr(path.rfind('/') + 1);
     std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(dir.c_str()), closedir);
     if (!listing) return;

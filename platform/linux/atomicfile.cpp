@@ -12,12 +12,6 @@ namespace {
 
 constexpr mode_t kDirMode = 0755;
 
-std::string DirOf(const std::string& path) {
-    size_t slash = path.rfind('/');
-    if (slash == std::string::npos) return ".";
-    return slash == 0 ? "/" : path.substr(0, slash);
-}
-
 std::string TempPattern(const std::string& path, bool hidden) {
     size_t name = path.rfind('/') + 1;  // 0 without a slash
     return path.substr(0, name) + (hidden ? "." : "") + path.substr(name) + ".XXXXXX";
@@ -69,20 +63,26 @@ ReadResult ReadRegular(const std::string& path, std::string& text, size_t limit,
     return ReadAll(fd.Get(), text, limit) ? ReadResult::kRead : ReadResult::kRefused;
 }
 
+std::string DirectoryOf(const std::string& path) {
+    size_t slash = path.rfind('/');
+    if (slash == std::string::npos) return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
 bool MakeDirectories(const std::string& dir) {
     struct stat info;
     if (stat(dir.c_str(), &info) == 0) {
         errno = ENOTDIR;
         return S_ISDIR(info.st_mode);
     }
-    if (errno != ENOENT || !MakeDirectories(DirOf(dir))) return false;
+    if (errno != ENOENT || !MakeDirectories(DirectoryOf(dir))) return false;
     if (mkdir(dir.c_str(), kDirMode) != 0) return errno == EEXIST;
     // The mode is ours to say, whatever the caller's umask.
     return chmod(dir.c_str(), kDirMode) == 0;
 }
 
 bool ReplaceFile(const std::string& path, const std::string& text, const NewFile& how) {
-    std::string dir = DirOf(path);
+    std::string dir = DirectoryOf(path);
     if (!MakeDirectories(dir)) return false;
     std::string temp = TempPattern(path, how.hidden);
     Fd fd(mkostemp(&temp[0], O_CLOEXEC));

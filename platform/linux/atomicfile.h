@@ -22,6 +22,9 @@ enum class ReadResult { kRead, kMissing, kRefused };
 // is not a regular file or is larger than `limit`. `info` gets its fstat.
 ReadResult ReadRegular(const std::string& path, std::string& text, size_t limit = SIZE_MAX, struct stat* info = nullptr);
 
+// The directory that holds `path`: "." without a slash, "/" for a file in the root.
+std::string DirectoryOf(const std::string& path);
+
 // Makes `dir` and its missing parents with mode 0755, whatever the umask.
 bool MakeDirectories(const std::string& dir);
 

@@ -1,93 +1,46 @@
 #include "kernel.h"
 
 #include "linux/linux.h"
-#include "store.h"
+#include "linux/nlobjects.h"
+#include "linux/owned.h"
 
 #include <fcntl.h>
 #include <net/if.h>
-#include <netlink/netlink.h>
-#include <netlink/route/link.h>
-#include <netlink/route/route.h>
-#include <netlink/socket.h>
-#include <sys/stat.h>
 #include <syslog.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
 namespace tarnnetd {
 namespace {
 
-constexpr char kProtocolNames[] = "/etc/iproute2/rt_protos.d/tarn.conf";
-// One file for all our route protocols, so that `ip route` names them.
-constexpr char kProtocolNamesText[] = "201\ttarn-gateway\n202\ttarn-policy\n203\ttarn-static\n";
 constexpr char kDisableIPv6[] = "/proc/sys/net/ipv6/conf/%s/disable_ipv6";
 
-template <typename T, void (*Free)(T*)>
-struct Deleter {
-    void operator()(T* object) const { Free(object); }
-};
-using Socket = std::unique_ptr<nl_sock, Deleter<nl_sock, nl_socket_free>>;
-using Cache = std::unique_ptr<nl_cache, Deleter<nl_cache, nl_cache_free>>;
-using Route = std::unique_ptr<rtnl_route, Deleter<rtnl_route, rtnl_route_put>>;
-using Address = std::unique_ptr<nl_addr, Deleter<nl_addr, nl_addr_put>>;
-using LinkObject = std::unique_ptr<rtnl_link, Deleter<rtnl_link, rtnl_link_put>>;
+using tarnlinux::nl::Connect;
 
 bool Fail(std::string& error, const std::string& reason) {
     error = reason;
     return false;
 }
 
-Socket Connect() {
-    Socket sock(nl_socket_alloc());
-    if (sock && nl_connect(sock.get(), NETLINK_ROUTE) < 0) sock.reset();
-    return sock;
-}
-
 bool IsOurDefault(rtnl_route* route, int family) {
     nl_addr* dst = rtnl_route_get_dst(route);
     return rtnl_route_get_family(route) == family && rtnl_route_get_table(route) == RT_TABLE_MAIN &&
-           rtnl_route_get_protocol(route) == kRouteProtocol && dst != nullptr && nl_addr_get_prefixlen(dst) == 0;
+           rtnl_route_get_protocol(route) == tarnlinux::kProtoGateway && dst != nullptr && nl_addr_get_prefixlen(dst) == 0;
 }
 
 bool Matches(rtnl_route* route, const DefaultRoute& wanted, nl_addr* gateway) {
-    if (rtnl_route_get_nnexthops(route) != 1 || rtnl_route_get_priority(route) != kRouteMetric) return false;
+    if (rtnl_route_get_nnexthops(route) != 1 || rtnl_route_get_priority(route) != tarnlinux::kGatewayMetric) return false;
     rtnl_nexthop* hop = rtnl_route_nexthop_n(route, 0);
     nl_addr* via = rtnl_route_nh_get_gateway(hop);
     return rtnl_route_nh_get_ifindex(hop) == wanted.ifindex && via != nullptr && nl_addr_cmp(via, gateway) == 0;
 }
 
-Route Build(int family, const DefaultRoute& wanted, nl_addr* gateway) {
-    Route route(rtnl_route_alloc());
-    Address any(nl_addr_alloc(0));
-    rtnl_nexthop* hop = rtnl_route_nh_alloc();
-    if (!route || !any || hop == nullptr) {
-        if (hop != nullptr) rtnl_route_nh_free(hop);
-        return nullptr;
-    }
-    nl_addr_set_family(any.get(), family);
-    nl_addr_set_prefixlen(any.get(), 0);
-    rtnl_route_set_family(route.get(), family);
-    rtnl_route_set_table(route.get(), RT_TABLE_MAIN);
-    rtnl_route_set_protocol(route.get(), kRouteProtocol);
-    rtnl_route_set_priority(route.get(), kRouteMetric);
-    rtnl_route_set_scope(route.get(), RT_SCOPE_UNIVERSE);
-    rtnl_route_set_type(route.get(), RTN_UNICAST);
-    rtnl_route_set_dst(route.get(), any.get());
-    rtnl_route_nh_set_ifindex(hop, wanted.ifindex);
-    rtnl_route_nh_set_gateway(hop, gateway);
-    rtnl_route_add_nexthop(route.get(), hop);
-    return route;
-}
-
-// Names our protocols for `ip route` when nobody has yet; a failure only costs the names.
+// Names our protocols for `ip route`; a failure only costs the names.
 void NameProtocols() {
-    struct stat info;
-    if (lstat(kProtocolNames, &info) == 0) return;
-    std::string error;
-    if (!WriteAtomically(kProtocolNames, kProtocolNamesText, error)) syslog(LOG_WARNING, "%s", error.c_str());
+    if (!tarnlinux::NameRouteProtocols())
+        syslog(LOG_WARNING, "%s not written: %s", tarnlinux::kProtoNamesPath, std::strerror(errno));
 }
 
 bool ReadSmall(const std::string& path, std::string& text) {
@@ -107,23 +60,23 @@ bool WriteSmall(const std::string& path, const std::string& text) {
 }  // namespace
 
 std::optional<int> UpInterface(const std::string& ifname) {
-    Socket sock = Connect();
+    tarnlinux::nl::Socket sock = Connect();
     rtnl_link* raw = nullptr;
     if (!sock || rtnl_link_get_kernel(sock.get(), 0, ifname.c_str(), &raw) < 0) return std::nullopt;
-    LinkObject link(raw);
+    tarnlinux::nl::Link link(raw);
     if ((rtnl_link_get_flags(link.get()) & IFF_UP) == 0) return std::nullopt;
     return rtnl_link_get_ifindex(link.get());
 }
 
 bool SetDefaultRoute(Family family, const std::optional<DefaultRoute>& wanted, std::string& error) {
     int af = AddressFamily(family);
-    Socket sock = Connect();
+    tarnlinux::nl::Socket sock = Connect();
     nl_cache* raw = nullptr;
     if (!sock || rtnl_route_alloc_cache(sock.get(), af, 0, &raw) < 0) return Fail(error, "cannot read the routes");
-    Cache cache(raw);
+    tarnlinux::nl::Cache cache(raw);
     nl_addr* parsed = nullptr;
     if (wanted && nl_addr_parse(wanted->gateway.c_str(), af, &parsed) < 0) return Fail(error, "bad gateway " + wanted->gateway);
-    Address gateway(parsed);
+    tarnlinux::nl::Addr gateway(parsed);
     bool present = false;
     for (nl_object* object = nl_cache_get_first(cache.get()); object != nullptr; object = nl_cache_get_next(object)) {
         auto* route = reinterpret_cast<rtnl_route*>(object);
@@ -138,7 +91,8 @@ bool SetDefaultRoute(Family family, const std::optional<DefaultRoute>& wanted, s
     }
     if (!wanted || present) return true;
     NameProtocols();
-    Route route = Build(af, *wanted, gateway.get());
+    tarnlinux::nl::Route route =
+        tarnlinux::nl::DefaultRoute(af, wanted->ifindex, gateway.get(), tarnlinux::kProtoGateway, tarnlinux::kGatewayMetric);
     if (!route) return Fail(error, "out of memory");
     // EXCL: a default route of someone else's with our metric is not ours to replace.
     int result = rtnl_route_add(sock.get(), route.get(), NLM_F_CREATE | NLM_F_EXCL);

@@ -10,10 +10,6 @@
 
 namespace tarnnetd {
 
-// Our default route: route protocol "tarn-gateway" (201) and metric 50 in the main table.
-inline constexpr int kRouteProtocol = 201;
-inline constexpr int kRouteMetric = 50;
-
 // The interface's index when it exists and is administratively up.
 std::optional<int> UpInterface(const std::string& ifname);
 

@@ -5,6 +5,8 @@
 #include "service.h"
 #include "store.h"
 
+#include "linux/owned.h"
+
 #include <json/value.h>
 #include <signal.h>
 #include <systemd/sd-bus.h>
@@ -162,7 +164,7 @@ int Serve(Service& service) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::string path = tarnnetd::kRecordFile;
+    std::string path = tarnlinux::kGatewayRecordsPath;
     int logOptions = LOG_PID;
     for (int i = 1; i < argc; ++i) {
         std::string arg = argv[i];

@@ -8,8 +8,6 @@
 
 namespace tarnnetd {
 
-inline constexpr char kRecordFile[] = "/etc/route-mgt/gateway_priority";
-
 // Reads `path` into `records`. A missing file is an empty set; a file that cannot be read or
 // parsed is renamed to "<path>.unreadable-<seconds since the epoch>" and gives an empty set.
 // False (with a reason) only when such a file could not be moved aside: then it must not be
@@ -19,9 +17,6 @@ bool LoadRecords(const std::string& path, Records& records, std::string& error);
 // Replaces `path` with the records' document: temporary file in the same directory, fsync,
 // rename, fsync of the directory. Makes the directory (0755) when missing.
 bool SaveRecords(const std::string& path, const Records& records, std::string& error);
-
-// The same replacement for any text (mode 0644).
-bool WriteAtomically(const std::string& path, const std::string& text, std::string& error);
 
 }  // namespace tarnnetd
 

@@ -1,11 +1,11 @@
 // Core library on Linux: key/value files, read and rewritten in place of the old one.
+#include "linux/atomicfile.h"
 #include "linux/linux.h"
 #include "tarncore.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -73,69 +73,12 @@ std::string WithLine(const std::string& text, const std::string& key, const std:
 
 namespace {
 
-bool ReadAll(int fd, std::string& text) {
-    char chunk[8192];
-    for (;;) {
-        ssize_t got = read(fd, chunk, sizeof chunk);
-        if (got < 0 && errno == EINTR) continue;
-        if (got < 0) return false;
-        if (got == 0) return true;
-        text.append(chunk, static_cast<size_t>(got));
-    }
-}
-
-bool WriteAll(int fd, const std::string& text) {
-    for (size_t done = 0; done < text.size();) {
-        ssize_t put = write(fd, text.data() + done, text.size() - done);
-        if (put < 0 && errno == EINTR) continue;
-        if (put <= 0) return false;
-        done += static_cast<size_t>(put);
-    }
-    return true;
-}
-
 // Opening does not wait for a FIFO's writer; only a regular file is read.
 bool ReadFile(const char* path, std::string& text, struct stat* info) {
     tarnlinux::Fd fd(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (fd.Get() < 0 || fstat(fd.Get(), info) != 0 || !S_ISREG(info->st_mode)) return false;
-    return ReadAll(fd.Get(), text);
+    return tarnlinux::ReadAll(fd.Get(), text);
 }
-
-// A temporary file beside its target, removed unless it was renamed over the target.
-class TempFile {
-public:
-    explicit TempFile(const std::string& target) {
-        size_t slash = target.rfind('/');
-        dir_ = target.substr(0, slash + 1);
-        path_ = dir_ + "." + target.substr(slash + 1) + ".XXXXXX";
-        fd_.Reset(mkostemp(&path_[0], O_CLOEXEC));
-    }
-    ~TempFile() {
-        if (!renamed_ && fd_.Get() >= 0) unlink(path_.c_str());
-    }
-    TempFile(const TempFile&) = delete;
-    TempFile& operator=(const TempFile&) = delete;
-
-    // Writes `text` with the target's mode and owner, makes it durable, and renames it over
-    // the target, so that a reader sees the old file or the new one and nothing between.
-    bool Commit(const std::string& text, const struct stat& like, const std::string& target) {
-        if (fd_.Get() < 0 || !WriteAll(fd_.Get(), text)) return false;
-        if (fchmod(fd_.Get(), like.st_mode & 07777) != 0 || fchown(fd_.Get(), like.st_uid, like.st_gid) != 0) return false;
-        if (fsync(fd_.Get()) != 0 || close(fd_.Release()) != 0) return false;
-        if (rename(path_.c_str(), target.c_str()) != 0) return false;
-        renamed_ = true;
-        // The new content is in place; syncing the directory only hastens the rename to disk.
-        tarnlinux::Fd dir(open(dir_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-        if (dir.Get() >= 0) fsync(dir.Get());
-        return true;
-    }
-
-private:
-    std::string dir_;
-    std::string path_;
-    tarnlinux::Fd fd_;
-    bool renamed_ = false;
-};
 
 // The file behind `path` (a symbolic link stays a link to the rewritten file).
 bool RealPath(const char* path, std::string& real) {
@@ -171,8 +114,9 @@ int TLIBCFileSetLine(const char* path, const char* key, const char* line, int) {
     if (!RealPath(path, target) || !ReadFile(target.c_str(), text, &info)) return -1;
     std::string updated = tarnlinux::WithLine(text, key, line);
     if (updated == text) return 1;
-    TempFile temp(target);
-    return temp.Commit(updated, info, target) ? 1 : -1;
+    // The rewritten file keeps the old one's mode and owner.
+    tarnlinux::NewFile like{static_cast<mode_t>(info.st_mode & 07777), info.st_uid, info.st_gid};
+    return tarnlinux::ReplaceFile(target, updated, like) ? 1 : -1;
 }
 
 }  // extern "C"

@@ -1,6 +1,7 @@
 // Network library on Linux: the per-interface policy route tables. The state file says which
 // table each interface has, its stored rules and its sources; each call changes the state under
 // the state lock and then makes the kernel match it, so reruns find nothing to do.
+#include "linux/atomicfile.h"
 #include "linux/linux.h"
 #include "linux/routing.h"
 #include "tarnnetwork.h"
@@ -32,36 +33,37 @@ std::optional<int> FamilyOf(IP_TYPE type, std::string& why) {
 // The state read under the state lock, held until the session ends.
 class Session {
 public:
-    Session() : lock_(kLockPath, true) {}
+    Session() : lock_(tarnlinux::kPolicyLockPath, true) {}
 
     bool Open(std::string& why) {
         if (!lock_.Lock()) {
-            why = std::string("cannot take the lock ") + kLockPath;
+            why = std::string("cannot take the lock ") + tarnlinux::kPolicyLockPath;
             return false;
         }
         std::string text;
-        bool exists = false;
-        if (!ReadRegularFile(kStatePath, text, exists)) {
-            why = std::string("cannot read ") + kStatePath;
+        tarnlinux::ReadResult read = tarnlinux::ReadRegular(tarnlinux::kPolicyStatePath, text);
+        if (read == tarnlinux::ReadResult::kRefused) {
+            why = std::string("cannot read ") + tarnlinux::kPolicyStatePath;
             return false;
         }
-        if (!exists) return true;
+        if (read == tarnlinux::ReadResult::kMissing) return true;
         std::optional<PolicyState> parsed = ParseState(text, why);
-        if (!parsed) why = std::string(kStatePath) + " left as it is, it cannot be read: " + why;
+        if (!parsed) why = std::string(tarnlinux::kPolicyStatePath) + " left as it is, it cannot be read: " + why;
         if (parsed) state = std::move(*parsed);
         return parsed.has_value();
     }
 
     // The state, then the names that iproute2 shows for it.
     bool Save(std::string& why) {
-        for (const auto& [path, text] : {std::pair<const char*, std::string>{kStatePath, StateText(state)},
-                                         {kTableNamesPath, TableNamesText(state)},
-                                         {kProtoNamesPath, kProtoNames}}) {
-            if (WriteFileAtomic(path, text)) continue;
+        for (const auto& [path, text] : {std::pair<const char*, std::string>{tarnlinux::kPolicyStatePath, StateText(state)},
+                                         {tarnlinux::kTableNamesPath, TableNamesText(state)}}) {
+            if (tarnlinux::UpdateFile(path, text)) continue;
             why = std::string("cannot write ") + path;
             return false;
         }
-        return true;
+        if (tarnlinux::NameRouteProtocols()) return true;
+        why = std::string("cannot write ") + tarnlinux::kProtoNamesPath;
+        return false;
     }
 
     PolicyState state;

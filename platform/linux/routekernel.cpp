@@ -1,40 +1,20 @@
 // The kernel's routes and rules over rtnetlink (libnl-route), as plain values, and the changes
 // to them. libnl turns the kernel's errno into its own coarser codes, so the error callback
 // keeps the errno and the kernel's extended-ack text for the log line.
+#include "linux/nlobjects.h"
 #include "linux/routing.h"
 
 #include <linux/fib_rules.h>
 #include <linux/netlink.h>
-#include <netlink/msg.h>
-#include <netlink/netlink.h>
 #include <netlink/route/nexthop.h>
-#include <netlink/route/route.h>
 #include <netlink/route/rtnl.h>
-#include <netlink/route/rule.h>
-#include <netlink/socket.h>
 
 #include <cstring>
-#include <memory>
 
 namespace tarnroute {
 namespace {
 
-// A dump that changed under the kernel's hands is asked again a few times.
-constexpr int kDumpAttempts = 3;
-
-struct AddrPut {
-    void operator()(nl_addr* addr) const { nl_addr_put(addr); }
-};
-using Addr = std::unique_ptr<nl_addr, AddrPut>;
-struct RoutePut {
-    void operator()(rtnl_route* route) const { rtnl_route_put(route); }
-};
-struct RulePut {
-    void operator()(rtnl_rule* rule) const { rtnl_rule_put(rule); }
-};
-struct CbPut {
-    void operator()(nl_cb* cb) const { nl_cb_put(cb); }
-};
+using tarnlinux::nl::Addr;
 
 Prefix FromAddr(const nl_addr* addr, int family) {
     Prefix prefix;
@@ -52,8 +32,10 @@ Addr ToAddr(const Prefix& prefix) {
     return addr;
 }
 
-bool TakeRoute(rtnl_route* kernel, std::vector<Route>& out) {
-    if ((rtnl_route_get_flags(kernel) & RTM_F_CLONED) != 0) return true;
+// The route or rule of a dumped object, kept unless it is a cached clone.
+void Take(nl_object* object, std::vector<Route>& out) {
+    auto* kernel = reinterpret_cast<rtnl_route*>(object);
+    if ((rtnl_route_get_flags(kernel) & RTM_F_CLONED) != 0) return;
     Route route;
     route.family = rtnl_route_get_family(kernel);
     route.table = rtnl_route_get_table(kernel);
@@ -70,10 +52,10 @@ bool TakeRoute(rtnl_route* kernel, std::vector<Route>& out) {
         route.hops.push_back(hop);
     }
     out.push_back(std::move(route));
-    return true;
 }
 
-bool TakeRule(rtnl_rule* kernel, std::vector<Rule>& out) {
+void Take(nl_object* object, std::vector<Rule>& out) {
+    auto* kernel = reinterpret_cast<rtnl_rule*>(object);
     Rule rule;
     rule.family = rtnl_rule_get_family(kernel);
     rule.priority = rtnl_rule_get_prio(kernel);
@@ -81,35 +63,6 @@ bool TakeRule(rtnl_rule* kernel, std::vector<Rule>& out) {
     if (rtnl_rule_get_protocol(kernel, &rule.protocol) < 0) rule.protocol = RTPROT_UNSPEC;
     if (nl_addr* src = rtnl_rule_get_src(kernel)) rule.src = FromAddr(src, rule.family);
     out.push_back(std::move(rule));
-    return true;
-}
-
-template <typename T>
-struct Collector {
-    std::vector<T>* out;
-    bool failed = false;
-};
-
-// No exception may cross libnl's C frames: a failure is only recorded.
-template <typename T>
-void TakeObject(nl_object* object, void* arg) {
-    auto* collector = static_cast<Collector<T>*>(arg);
-    try {
-        if constexpr (std::is_same_v<T, Route>) {
-            TakeRoute(reinterpret_cast<rtnl_route*>(object), *collector->out);
-        } else {
-            TakeRule(reinterpret_cast<rtnl_rule*>(object), *collector->out);
-        }
-    } catch (...) {
-        collector->failed = true;
-    }
-}
-
-template <typename T>
-int OnDumpMessage(nl_msg* msg, void* arg) {
-    auto* collector = static_cast<Collector<T>*>(arg);
-    if (nl_msg_parse(msg, TakeObject<T>, collector) < 0) collector->failed = true;
-    return NL_OK;
 }
 
 // The text after the kernel's error: its extended-ack attributes follow the echoed request
@@ -177,17 +130,9 @@ bool Kernel::Send(nl_msg* msg, int built, const std::string& what) {
 
 template <typename T>
 bool Kernel::Dump(int type, int family, std::vector<T>& out) {
-    for (int attempt = 0; attempt < kDumpAttempts; ++attempt) {
-        out.clear();
-        std::unique_ptr<nl_cb, CbPut> base(nl_socket_get_cb(sock_));
-        std::unique_ptr<nl_cb, CbPut> cb(base ? nl_cb_clone(base.get()) : nullptr);
-        Collector<T> collector{&out};
-        if (!cb || nl_cb_set(cb.get(), NL_CB_VALID, NL_CB_CUSTOM, OnDumpMessage<T>, &collector) < 0) break;
-        if (nl_rtgen_request(sock_, type, family, NLM_F_DUMP) < 0) break;
-        int result = nl_recvmsgs(sock_, cb.get());
-        if (result >= 0 && !collector.failed) return true;
-        if (result != -NLE_DUMP_INTR) break;
-    }
+    auto restart = [&] { out.clear(); };
+    auto take = [&](nl_object* object) { Take(object, out); };
+    if (tarnlinux::nl::Dump(sock_, type, family, restart, take)) return true;
     LogError(std::string("routing: cannot read the kernel's ") + FamilyName(family) +
              (type == RTM_GETROUTE ? " routes" : " rules"));
     return false;
@@ -199,8 +144,8 @@ bool Kernel::DumpRules(int family, std::vector<Rule>& out) { return Ok() && Dump
 
 namespace {
 
-std::unique_ptr<rtnl_route, RoutePut> KernelRoute(const Route& route) {
-    std::unique_ptr<rtnl_route, RoutePut> kernel(rtnl_route_alloc());
+tarnlinux::nl::Route KernelRoute(const Route& route) {
+    tarnlinux::nl::Route kernel(rtnl_route_alloc());
     Addr dst = ToAddr(route.dst);
     if (!kernel || !dst) return nullptr;
     rtnl_route_set_family(kernel.get(), static_cast<uint8_t>(route.family));
@@ -223,8 +168,8 @@ std::unique_ptr<rtnl_route, RoutePut> KernelRoute(const Route& route) {
     return kernel;
 }
 
-std::unique_ptr<rtnl_rule, RulePut> KernelRule(const Rule& rule) {
-    std::unique_ptr<rtnl_rule, RulePut> kernel(rtnl_rule_alloc());
+tarnlinux::nl::Rule KernelRule(const Rule& rule) {
+    tarnlinux::nl::Rule kernel(rtnl_rule_alloc());
     if (!kernel) return nullptr;
     rtnl_rule_set_family(kernel.get(), rule.family);
     rtnl_rule_set_prio(kernel.get(), rule.priority);

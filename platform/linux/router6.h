@@ -22,8 +22,6 @@ namespace tarnlinux::router6 {
 // enumeration of a /0 stays small and quick.
 inline constexpr size_t kMaxPrefixes = 1024;
 
-inline constexpr char kStoreDir[] = "/etc/route-mgt/ipv6-router";
-inline constexpr char kStoreLock[] = "/run/tarn/ipv6-router.lock";
 // The owner that has no interface of its own: only its record changes.
 inline constexpr char kVpnOwner[] = "ovpn";
 
@@ -112,7 +110,7 @@ private:
     mutable std::map<std::string, Cached> cache_;
 };
 
-// The product's store: kStoreDir, kStoreLock, addresses through the kernel.
+// The product's store: kRouter6StoreDir, kRouter6LockPath, addresses through the kernel.
 Store& SystemStore();
 
 // True for a name the kernel accepts for an interface, and so a safe file name.

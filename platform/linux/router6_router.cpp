@@ -1,23 +1,18 @@
 // The IPv6 routers: native (forwarding on, router advertisements still accepted) and the
 // 6in4 and 6to4 tunnels, made through rtnetlink and /proc/sys; and the consumers' addresses.
 #include "linux/linux.h"
+#include "linux/nlobjects.h"
+#include "linux/owned.h"
 #include "linux/router6.h"
 #include "tarnnetwork.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <net/if.h>
-#include <netlink/msg.h>
-#include <netlink/netlink.h>
-#include <netlink/route/addr.h>
-#include <netlink/route/link.h>
 #include <netlink/route/link/sit.h>
-#include <netlink/route/route.h>
-#include <netlink/socket.h>
 #include <syslog.h>
 
 #include <cstring>
-#include <memory>
 #include <new>
 
 namespace tarnlinux::router6 {
@@ -29,8 +24,6 @@ constexpr char k6to4[] = "6to4";
 constexpr char kTunnelPrefix[] = "6in4-";
 constexpr char kSitKind[] = "sit";
 constexpr uint8_t kTunnelTtl = 64;
-// Our own route protocol for the tunnel's default route, beside the routing code's 201-203.
-constexpr uint8_t kRouterProtocol = 204;
 // The 6to4 relay anycast address (RFC 3068), as an IPv4-compatible next hop.
 constexpr char kSixToFourRelay[] = "::192.88.99.1";
 constexpr int kSubnetLength = 64;
@@ -38,25 +31,11 @@ constexpr int kSixToFourLength = 48;
 // The tunnel's own address lies in 2002::/16, the whole 6to4 space, reached through the relay.
 constexpr int kSixToFourTunnelLength = 16;
 
-template <typename T, void (*Free)(T*)>
-struct Deleter {
-    void operator()(T* p) const { Free(p); }
-};
-using Socket = std::unique_ptr<nl_sock, Deleter<nl_sock, nl_socket_free>>;
-using Address = std::unique_ptr<rtnl_addr, Deleter<rtnl_addr, rtnl_addr_put>>;
-using LinkPtr = std::unique_ptr<rtnl_link, Deleter<rtnl_link, rtnl_link_put>>;
-using Route = std::unique_ptr<rtnl_route, Deleter<rtnl_route, rtnl_route_put>>;
-using NlAddr = std::unique_ptr<nl_addr, Deleter<nl_addr, nl_addr_put>>;
-using Message = std::unique_ptr<nl_msg, Deleter<nl_msg, nlmsg_free>>;
+using nl::Connect;
+using nl::Socket;
 
-Socket Connect() {
-    Socket sock(nl_socket_alloc());
-    if (sock && nl_connect(sock.get(), NETLINK_ROUTE) < 0) sock.reset();
-    return sock;
-}
-
-NlAddr BuildAddress(int family, const void* bytes, size_t size, int length) {
-    NlAddr address(nl_addr_build(family, bytes, size));
+nl::Addr BuildAddress(int family, const void* bytes, size_t size, int length) {
+    nl::Addr address(nl_addr_build(family, bytes, size));
     if (address) nl_addr_set_prefixlen(address.get(), length);
     return address;
 }
@@ -65,8 +44,8 @@ NlAddr BuildAddress(int family, const void* bytes, size_t size, int length) {
 bool ChangeAddress(int ifindex, unsigned __int128 bits, int length, bool add) {
     in6_addr local = ToIn6(bits);
     Socket sock = Connect();
-    Address address(rtnl_addr_alloc());
-    NlAddr bytes = BuildAddress(AF_INET6, &local, sizeof local, length);
+    nl::Address address(rtnl_addr_alloc());
+    nl::Addr bytes = BuildAddress(AF_INET6, &local, sizeof local, length);
     if (!sock || !address || !bytes) return false;
     rtnl_addr_set_ifindex(address.get(), ifindex);
     rtnl_addr_set_family(address.get(), AF_INET6);
@@ -110,7 +89,7 @@ bool MakeTunnel(const TunnelSpec& spec) {
     if (!sock) return false;
     // A tunnel left by an earlier Create is replaced, so that a second Create leaves one router
     // with the current ends.
-    LinkPtr old;
+    nl::Link old;
     rtnl_link* found = nullptr;
     if (rtnl_link_get_kernel(sock.get(), 0, spec.name.c_str(), &found) >= 0) {
         old.reset(found);
@@ -121,7 +100,7 @@ bool MakeTunnel(const TunnelSpec& spec) {
         }
         rtnl_link_delete(sock.get(), old.get());
     }
-    Message request(TunnelRequest(spec));
+    nl::Message request(TunnelRequest(spec));
     if (!request) return false;
     int result = Send(sock.get(), request.get());
     if (result == -NLE_OPNOTSUPP) {
@@ -132,11 +111,11 @@ bool MakeTunnel(const TunnelSpec& spec) {
         Log(LOG_ERR, "tunnel %s not made: %s", spec.name.c_str(), nl_geterror(result));
         return false;
     }
-    LinkPtr link;
+    nl::Link link;
     rtnl_link* made = nullptr;
     if (rtnl_link_get_kernel(sock.get(), 0, spec.name.c_str(), &made) < 0) return false;
     link.reset(made);
-    LinkPtr change(rtnl_link_alloc());
+    nl::Link change(rtnl_link_alloc());
     if (!change) return false;
     rtnl_link_set_flags(change.get(), IFF_UP);
     result = rtnl_link_change(sock.get(), link.get(), change.get(), 0);
@@ -148,25 +127,14 @@ bool MakeTunnel(const TunnelSpec& spec) {
 // The IPv6 default route through the tunnel, over `via` when given.
 bool AddDefaultRoute(const std::string& tunnel, const char* via) {
     int ifindex = static_cast<int>(if_nametoindex(tunnel.c_str()));
-    Socket sock = Connect();
-    Route route(rtnl_route_alloc());
-    in6_addr any{};
-    NlAddr destination = BuildAddress(AF_INET6, &any, sizeof any, 0);
-    rtnl_nexthop* hop = rtnl_route_nh_alloc();
-    if (ifindex == 0 || !sock || !route || !destination || hop == nullptr) {
-        if (hop != nullptr) rtnl_route_nh_free(hop);
-        return false;
-    }
-    rtnl_route_set_family(route.get(), AF_INET6);
-    rtnl_route_set_dst(route.get(), destination.get());
-    rtnl_route_set_table(route.get(), RT_TABLE_MAIN);
-    rtnl_route_set_protocol(route.get(), kRouterProtocol);
-    rtnl_route_nh_set_ifindex(hop, ifindex);
     in6_addr gateway;
-    NlAddr next;
+    nl::Addr next;
     if (via != nullptr && inet_pton(AF_INET6, via, &gateway) == 1) next = BuildAddress(AF_INET6, &gateway, sizeof gateway, 128);
-    if (next) rtnl_route_nh_set_gateway(hop, next.get());
-    rtnl_route_add_nexthop(route.get(), hop);  // the route owns the hop from here
+    Socket sock = Connect();
+    nl::Route route = nl::DefaultRoute(AF_INET6, ifindex, next.get(), kProtoTunnel, 0);
+    if (ifindex == 0 || !sock || !route) return false;
+    // A failure only costs `ip route` the protocol's name.
+    if (!NameRouteProtocols()) Log(LOG_WARNING, "%s not written: %s", kProtoNamesPath, strerror(errno));
     int result = rtnl_route_add(sock.get(), route.get(), NLM_F_CREATE);
     if (result >= 0 || result == -NLE_EXIST) return true;
     Log(LOG_ERR, "default route through %s not added: %s", tunnel.c_str(), nl_geterror(result));
@@ -201,7 +169,7 @@ public:
         Socket sock = Connect();
         rtnl_link* found = nullptr;
         if (!sock || rtnl_link_get_kernel(sock.get(), 0, TunnelName().c_str(), &found) < 0) return false;
-        LinkPtr link(found);
+        nl::Link link(found);
         return rtnl_link_delete(sock.get(), link.get()) >= 0;
     }
 
@@ -304,7 +272,7 @@ bool OwnerAddress(const std::string& owner, const std::string& prefix, bool add)
 }  // namespace
 
 nl_msg* TunnelRequest(const TunnelSpec& spec) {
-    LinkPtr link(rtnl_link_sit_alloc());
+    nl::Link link(rtnl_link_sit_alloc());
     if (!link) return nullptr;
     rtnl_link_set_name(link.get(), spec.name.c_str());
     rtnl_link_sit_set_local(link.get(), spec.local);
@@ -324,7 +292,7 @@ std::string SixToFourPrefix(uint32_t ipv4) {
 }
 
 Store& SystemStore() {
-    static Store store(kStoreDir, kStoreLock, OwnerAddress);
+    static Store store(kRouter6StoreDir, kRouter6LockPath, OwnerAddress);
     return store;
 }
 

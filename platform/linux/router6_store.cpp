@@ -1,5 +1,6 @@
 // The IPv6 router's stored configurations: one JSON document per interface, the pool's
 // ownership rules over all of them, and each read-change-write under the store lock.
+#include "linux/atomicfile.h"
 #include "linux/linux.h"
 #include "linux/router6.h"
 #include "tarnnetwork.h"
@@ -17,7 +18,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
-#include <sstream>
 
 namespace tarnlinux::router6 {
 namespace {
@@ -26,8 +26,6 @@ namespace fs = std::filesystem;
 
 // A document is a few hundred bytes; anything far larger is not one of ours.
 constexpr off_t kMaxDocumentSize = 1 << 20;
-constexpr mode_t kDirMode = 0755;
-constexpr mode_t kFileMode = 0644;
 constexpr size_t kIfnameMax = 15;
 
 // Members of a document.
@@ -88,45 +86,10 @@ bool OpenDocumentFile(const std::string& path, Fd& fd, struct stat& info) {
     return S_ISREG(info.st_mode) && info.st_size <= kMaxDocumentSize;
 }
 
-bool ReadDocumentFile(int fd, const struct stat& info, std::string& text) {
-    text.resize(static_cast<size_t>(info.st_size));
-    return read(fd, text.data(), text.size()) == info.st_size;
-}
-
 // A rewrite is a new file, so the same file, size and time mean the same text.
 bool SameVersion(const struct stat& a, const struct stat& b) {
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size && a.st_mtim.tv_sec == b.st_mtim.tv_sec &&
            a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
-}
-
-bool MakeDirs(const std::string& dir) {
-    std::string path;
-    std::stringstream parts(dir);
-    for (std::string part; std::getline(parts, part, '/');) {
-        if (part.empty()) continue;
-        path += "/" + part;
-        if (mkdir(path.c_str(), kDirMode) != 0 && errno != EEXIST) return false;
-    }
-    return fs::is_directory(dir);
-}
-
-// Replaces `path` with `text`: a temporary file beside it, fsync, rename, fsync of the directory.
-// A document is small and nothing here catches signals, so one write is all or a failure.
-bool ReplaceFile(const std::string& dir, const std::string& path, const std::string& text) {
-    std::string temp = path + ".XXXXXX";
-    temp.insert(dir.size() + 1, ".");
-    Fd fd(mkostemp(temp.data(), O_CLOEXEC));
-    if (fd.Get() < 0) return false;
-    bool written = fchmod(fd.Get(), kFileMode) == 0 &&
-                   write(fd.Get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()) && fsync(fd.Get()) == 0 &&
-                   close(fd.Release()) == 0 && rename(temp.c_str(), path.c_str()) == 0;
-    if (!written) {
-        unlink(temp.c_str());
-        return false;
-    }
-    Fd directory(open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (directory.Get() >= 0) fsync(directory.Get());
-    return true;
 }
 
 }  // namespace
@@ -271,7 +234,7 @@ bool Store::ReadDocumentFileOrCached(const std::string& ifname, int fd, const st
     auto cached = cache_.find(ifname);
     if (cached != cache_.end() && SameVersion(cached->second.version, info)) return true;
     errno = EINVAL;
-    return ReadDocumentFile(fd, info, text) && !text.empty();
+    return ReadAll(fd, text, kMaxDocumentSize) && !text.empty();
 }
 
 bool Store::LoadAll(Documents& documents) const {
@@ -292,9 +255,7 @@ bool Store::LoadAll(Documents& documents) const {
 
 bool Store::Write(const std::string& ifname, const Document& document) const {
     std::string path = dir_ + "/" + ifname;
-    std::string text = DocumentText(document);
-    bool written = ReplaceFile(dir_, path, text) || (errno == ENOENT && MakeDirs(dir_) && ReplaceFile(dir_, path, text));
-    if (!written) {
+    if (!ReplaceFile(path, DocumentText(document))) {
         Log(LOG_ERR, "configuration of %s not written: %s", ifname.c_str(), strerror(errno));
         return false;
     }

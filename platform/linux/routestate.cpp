@@ -140,7 +140,7 @@ std::string TableNamesText(const PolicyState& state) {
         if (NameableTable(ifname)) byTable[entry.table] = ifname;
     }
     std::ostringstream text;
-    text << "# Policy route tables, one per interface; rewritten from " << kStatePath << "\n";
+    text << "# Policy route tables, one per interface; rewritten from " << tarnlinux::kPolicyStatePath << "\n";
     for (const auto& [table, ifname] : byTable) text << table << " " << ifname << "\n";
     return text.str();
 }

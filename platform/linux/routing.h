@@ -5,6 +5,7 @@
 #ifndef TARN_PLATFORM_LINUX_ROUTING_H
 #define TARN_PLATFORM_LINUX_ROUTING_H
 
+#include "linux/owned.h"
 #include "tarnnetwork.h"
 
 #include <json/value.h>
@@ -23,19 +24,13 @@ struct nl_msg;
 
 namespace tarnroute {
 
-// What we own on a host (docs/linux-platform.md).
-inline constexpr uint8_t kProtoPolicy = 202;
-inline constexpr uint8_t kProtoStatic = 203;
-inline constexpr uint32_t kFirstTable = 20000;
-inline constexpr uint32_t kLastTable = 20999;
-inline constexpr uint32_t kSuppressPriority = 20000;
-inline constexpr uint32_t kSourcePriority = 20100;
-inline constexpr char kStatePath[] = "/etc/route-mgt/policy-route";
-inline constexpr char kStaticPath[] = "/etc/route-mgt/static-routes";
-inline constexpr char kTableNamesPath[] = "/etc/iproute2/rt_tables.d/tarn.conf";
-inline constexpr char kProtoNamesPath[] = "/etc/iproute2/rt_protos.d/tarn.conf";
-inline constexpr char kLockPath[] = "/run/tarn/policy-route.lock";
-inline constexpr char kProtoNames[] = "201 tarn-gateway\n202 tarn-policy\n203 tarn-static\n";
+// What we own on a host, named in linux/owned.h.
+using tarnlinux::kFirstTable;
+using tarnlinux::kLastTable;
+using tarnlinux::kProtoPolicy;
+using tarnlinux::kProtoStatic;
+using tarnlinux::kSourcePriority;
+using tarnlinux::kSuppressPriority;
 
 // An address (full length) or a network of one family.
 struct Prefix {
@@ -181,12 +176,6 @@ std::optional<std::vector<StaticEntry>> ParseStaticRoutes(const std::string& tex
 // beside main and default, `devices` interface indexes to names. The local table is left out.
 Json::Value TablesDocument(const std::vector<Route>& routes, const std::map<uint32_t, std::string>& names,
                            const std::map<int, std::string>& devices);
-
-// Files: `text` of a regular file reached without following a link; false when it cannot be
-// read (a missing file reads as empty with `exists` false).
-bool ReadRegularFile(const std::string& path, std::string& text, bool& exists);
-// Replaces the file atomically with `text` (directories made 0755); nothing when unchanged.
-bool WriteFileAtomic(const std::string& path, const std::string& text);
 
 // One line to the system log at LOG_ERR.
 void LogError(const std::string& text);

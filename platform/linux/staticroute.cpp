@@ -1,5 +1,7 @@
 // Network library on Linux: the static routes of /etc/route-mgt/static-routes, made in the main
 // table with our static protocol, and the route tables document.
+#include "linux/atomicfile.h"
+#include "linux/owned.h"
 #include "linux/routing.h"
 #include "tarnnetwork.h"
 
@@ -71,16 +73,19 @@ std::optional<StaticEntry> ParseStaticLine(const std::vector<std::string>& words
     return entry;
 }
 
-const char* const kProtocolNames[][2] = {{"1", "redirect"},     {"2", "kernel"}, {"3", "boot"},           {"4", "static"},
-                                         {"9", "ra"},           {"16", "dhcp"},  {"201", "tarn-gateway"}, {"202", "tarn-policy"},
-                                         {"203", "tarn-static"}};
+// The kernel's own protocols that iproute2 names, then ours.
+const tarnlinux::RouteProtocol kKernelProtocols[] = {
+    {RTPROT_REDIRECT, "redirect"}, {RTPROT_KERNEL, "kernel"}, {RTPROT_BOOT, "boot"},
+    {RTPROT_STATIC, "static"},     {RTPROT_RA, "ra"},         {RTPROT_DHCP, "dhcp"}};
 
 std::string ProtocolName(uint8_t protocol) {
-    std::string number = std::to_string(protocol);
-    for (const auto& row : kProtocolNames) {
-        if (number == row[0]) return row[1];
+    for (const tarnlinux::RouteProtocol& row : kKernelProtocols) {
+        if (row.number == protocol) return row.name;
     }
-    return number;
+    for (const tarnlinux::RouteProtocol& row : tarnlinux::kRouteProtocols) {
+        if (row.number == protocol) return row.name;
+    }
+    return std::to_string(protocol);
 }
 
 std::string ScopeName(uint8_t scope) {
@@ -215,15 +220,14 @@ constexpr int kFailed = -1;
 
 bool ReadStaticRoutes(std::vector<StaticEntry>& entries) {
     std::string text;
-    bool exists = false;
     std::string why;
-    if (!ReadRegularFile(kStaticPath, text, exists)) {
-        LogError(std::string("static-route: cannot read ") + kStaticPath);
+    if (tarnlinux::ReadRegular(tarnlinux::kStaticRoutesPath, text) == tarnlinux::ReadResult::kRefused) {
+        LogError(std::string("static-route: cannot read ") + tarnlinux::kStaticRoutesPath);
         return false;
     }
     std::optional<std::vector<StaticEntry>> parsed = ParseStaticRoutes(text, why);
     if (!parsed) {
-        LogError(std::string("static-route: ") + kStaticPath + ": " + why + "; nothing changed");
+        LogError(std::string("static-route: ") + tarnlinux::kStaticRoutesPath + ": " + why + "; nothing changed");
         return false;
     }
     entries = std::move(*parsed);
@@ -256,8 +260,8 @@ bool Refresh(Kernel& kernel, int family, const std::vector<StaticEntry>& entries
 int RefreshFamilies(std::initializer_list<int> families) {
     std::vector<StaticEntry> entries;
     if (!ReadStaticRoutes(entries)) return kFailed;
-    if (!WriteFileAtomic(kProtoNamesPath, kProtoNames)) {
-        LogError(std::string("static-route: cannot write ") + kProtoNamesPath);
+    if (!tarnlinux::NameRouteProtocols()) {
+        LogError(std::string("static-route: cannot write ") + tarnlinux::kProtoNamesPath);
         return kFailed;
     }
     Kernel kernel;
@@ -271,8 +275,7 @@ std::map<uint32_t, std::string> PolicyTableNames() {
     std::map<uint32_t, std::string> names;
     std::string text;
     std::string why;
-    bool exists = false;
-    if (!ReadRegularFile(kStatePath, text, exists) || !exists) return names;
+    if (tarnlinux::ReadRegular(tarnlinux::kPolicyStatePath, text) != tarnlinux::ReadResult::kRead) return names;
     std::optional<PolicyState> state = ParseState(text, why);
     if (!state) return names;
     for (const auto& [ifname, entry] : *state) names[entry.table] = ifname;

@@ -23,6 +23,10 @@ veth oth0
 ip addr add 203.0.113.2/24 dev oth0
 ip route add default via 203.0.113.1 dev oth0 proto static metric 100
 
+# A names file of an older release lacks protocols: the first route of ours completes it.
+mkdir -p /etc/iproute2/rt_protos.d
+printf '201\ttarn-gateway\n202\ttarn-policy\n203\ttarn-static\n' >/etc/iproute2/rt_protos.d/tarn.conf
+
 expect_eq "$(tool --is-server-ready)" 1 "ready"
 tool --add-gateway-info -4 20 wan1 198.51.100.1 198.51.100.53 || fail "add wan1"
 tool --add-gateway-info -4 10 wan0 192.0.2.1 192.0.2.53 wan || fail "add wan0"
@@ -51,6 +55,10 @@ priority=20" "by interface"
 expect_eq "$(tool --get-interface-by-class -4 wan)" wan0 "by class"
 expect_eq "$(defaults -4)" "192.0.2.1 wan0 tarn-gateway 50
 203.0.113.1 oth0 static 100" "routes after two adds"
+expect_eq "$(cat /etc/iproute2/rt_protos.d/tarn.conf)" "201 tarn-gateway
+202 tarn-policy
+203 tarn-static
+204 tarn-tunnel" "our protocols named"
 
 # Each row: what happens, then the one default route of ours it must leave (or none).
 while IFS='|' read -r what action want; do

@@ -1,5 +1,5 @@
 // The routing library's files: the policy state, the table names, the static route file, the
-// route tables document, and the atomic rewrite.
+// route tables document.
 #include "linux/routing.h"
 
 #include <gtest/gtest.h>
@@ -122,40 +122,6 @@ TEST(TablesDocument, NamedSortedWithoutLocal) {
     EXPECT_EQ(doc["main"][0]["metric"].asUInt(), 1u);
     EXPECT_EQ(doc["wan0"][0]["nexthops"][1]["dev"], "9");
     EXPECT_EQ(doc["wan0"][0]["nexthops"][1]["gateway"], "192.0.2.2");
-}
-
-class AtomicFile : public ::testing::Test {
-protected:
-    void SetUp() override { dir_ = fs::temp_directory_path() / ("routing_test." + std::to_string(getpid())); }
-    void TearDown() override { fs::remove_all(dir_); }
-    fs::path dir_;
-};
-
-TEST_F(AtomicFile, WritesMakesDirectoriesAndRefusesLinks) {
-    std::string path = (dir_ / "etc/route-mgt/policy-route").string();
-    ASSERT_TRUE(WriteFileAtomic(path, "one\n"));
-    struct stat first;
-    ASSERT_EQ(stat(path.c_str(), &first), 0);
-    EXPECT_EQ(first.st_mode & 07777, 0644u);
-    EXPECT_EQ(fs::status(dir_ / "etc").permissions(), fs::perms(0755));
-    ASSERT_TRUE(WriteFileAtomic(path, "one\n"));
-    struct stat same;
-    ASSERT_EQ(stat(path.c_str(), &same), 0);
-    EXPECT_EQ(same.st_ino, first.st_ino) << "an unchanged file is not rewritten";
-    ASSERT_TRUE(WriteFileAtomic(path, "two\n"));
-    std::string text;
-    bool exists = false;
-    ASSERT_TRUE(ReadRegularFile(path, text, exists));
-    EXPECT_EQ(text, "two\n");
-    EXPECT_EQ(std::distance(fs::directory_iterator(dir_ / "etc/route-mgt"), fs::directory_iterator()), 1) << "no temporary left";
-
-    fs::path link = dir_ / "link";
-    fs::create_symlink(path, link);
-    EXPECT_FALSE(WriteFileAtomic(link.string(), "three\n"));
-    EXPECT_FALSE(ReadRegularFile(link.string(), text, exists));
-    EXPECT_TRUE(fs::is_symlink(link));
-    ASSERT_TRUE(ReadRegularFile((dir_ / "missing").string(), text, exists));
-    EXPECT_FALSE(exists);
 }
 
 }  // namespace

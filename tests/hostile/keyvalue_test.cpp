@@ -1,6 +1,6 @@
 // Hostile key/value files: a FIFO in a key/value file's place is refused at once and stays
 // as it was.
-#include "hostile/process.h"
+#include "blackbox/harness.h"
 #include "tarncore.h"
 
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
-constexpr hostile::Millis kLimit = 3s;
+constexpr blackbox::Millis kLimit = 3s;
 
 struct KeyValueCase {
     const char* name;
@@ -25,10 +25,10 @@ void PrintTo(const KeyValueCase& c, std::ostream* os) { *os << c.name; }
 class FifoKeyValueFile : public ::testing::TestWithParam<KeyValueCase> {};
 
 TEST_P(FifoKeyValueFile, IsRefusedAtOnce) {
-    hostile::TempDir dir;
+    blackbox::TempDir dir;
     std::string fifo = dir / "tarnvpn.conf";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    hostile::Ended ended = hostile::InChild([&] { return GetParam().call(fifo.c_str()) <= 0 ? 0 : 1; }, kLimit);
+    blackbox::Run ended = blackbox::InChild([&] { return GetParam().call(fifo.c_str()) <= 0 ? 0 : 1; }, kLimit);
     EXPECT_EQ(ended.status, 0) << "1: accepted, -1: still blocked after " << ended.took.count() << " ms";
     EXPECT_TRUE(fs::is_fifo(fifo));
     EXPECT_EQ(std::distance(fs::directory_iterator(dir.Path()), fs::directory_iterator()), 1);

@@ -1,6 +1,6 @@
 // Hostile lock paths: what another local user can put in the lock's place is a failure to
 // lock, at once, and never makes a file anywhere.
-#include "hostile/process.h"
+#include "blackbox/harness.h"
 #include "tarnnetwork.h"
 
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
-constexpr hostile::Millis kLimit = 3s;
+constexpr blackbox::Millis kLimit = 3s;
 constexpr uid_t kOtherUser = 1234;
 
 struct LockCase {
@@ -30,12 +30,12 @@ class HostileLockPath : public ::testing::TestWithParam<LockCase> {};
 
 TEST_P(HostileLockPath, FailsAtOnceAndMakesNothing) {
     if (GetParam().prepare == nullptr) GTEST_SKIP() << "needs root";
-    hostile::TempDir dir;
+    blackbox::TempDir dir;
     fs::path lock = dir / "lock", elsewhere = dir / "elsewhere";
     fs::create_directory(elsewhere);
     GetParam().prepare(lock, elsewhere);
     std::string path = (lock / "lock_ipv6_router").string();
-    hostile::Ended ended = hostile::InChild(
+    blackbox::Run ended = blackbox::InChild(
         [&path] {
             tarnnetwork::utils::FileLock fileLock(path, true);
             return fileLock.Lock() ? 1 : 0;

@@ -1,5 +1,5 @@
 // Hostile scenarios: refused like any bad scenario (one line, status 255), and quickly.
-#include "hostile/process.h"
+#include "blackbox/harness.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -9,9 +9,9 @@
 namespace {
 
 using namespace std::chrono_literals;
-using hostile::TempDir;
+using blackbox::TempDir;
 
-constexpr hostile::Millis kLimit = 3s;
+constexpr blackbox::Millis kLimit = 3s;
 constexpr size_t kDeep = 5000;
 
 std::string Written(const TempDir& dir, const std::string& text) {
@@ -34,8 +34,8 @@ class HostileScenario : public ::testing::TestWithParam<ScenarioCase> {};
 TEST_P(HostileScenario, IsABadScenario) {
     TempDir dir;
     std::string path = GetParam().make(dir);
-    hostile::ToolRun run = hostile::RunTool({"--gen-DUID"}, {"TARNSIM_SCENARIO=" + path}, dir.Path(), kLimit);
-    EXPECT_EQ(run.ended.status, 255) << "took " << run.ended.took.count() << " ms";
+    blackbox::Run run = blackbox::RunTool({"--gen-DUID"}, {"TARNSIM_SCENARIO=" + path}, dir.Path(), kLimit);
+    EXPECT_EQ(run.status, 255) << "took " << run.took.count() << " ms";
     EXPECT_EQ(run.out, "");
     std::string line =
         std::string("tarnnetdtool-sim: bad scenario: ") + GetParam().failure + " " + path + ": " + GetParam().reason;

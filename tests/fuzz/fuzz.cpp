@@ -7,6 +7,7 @@
 
 #include <json/reader.h>
 
+#include <algorithm>
 #include <atomic>
 #include <climits>
 #include <cstdio>

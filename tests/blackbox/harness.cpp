@@ -4,36 +4,44 @@
 #include <json/writer.h>
 
 #include <fcntl.h>
+#include <iconv.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <set>
 #include <sstream>
+#include <thread>
 
 extern char** environ;
 
 namespace blackbox {
 namespace {
 
-namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
 
-// A temporary directory removed with its contents.
-struct TempDir {
-    fs::path path;
-    ~TempDir() {
-        std::error_code ignored;
-        fs::remove_all(path, ignored);
+constexpr Millis kSimLimit = 30s;
+
+// Waits for `pid` at most `limit`, kills it there, and reaps it on every path.
+Run Await(pid_t pid, Millis limit) {
+    auto start = Clock::now();
+    Run run;
+    int wstatus = 0;
+    pid_t done = 0;
+    while ((done = waitpid(pid, &wstatus, WNOHANG)) == 0 && Clock::now() - start < limit) std::this_thread::sleep_for(1ms);
+    if (done == pid) {
+        run.status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : 128 + WTERMSIG(wstatus);
+    } else {
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
     }
-};
-
-std::string ReadFile(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
+    run.took = std::chrono::duration_cast<Millis>(Clock::now() - start);
+    return run;
 }
 
 // Takes the line number out of a syslog text, so that rows do not depend on source lines.
@@ -92,42 +100,83 @@ bool Matches(const Json::Value& actual, const Json::Value& expected) {
 
 }  // namespace
 
-Run RunSim(const std::vector<std::string>& args, const std::string& scenario, const std::string& argv0) {
-    std::string pattern = (fs::temp_directory_path() / "tarnsim-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-    TempDir dir{pattern};
-    fs::path scenarioPath = dir.path / "scenario.json", journalPath = dir.path / "journal", outPath = dir.path / "out",
-             errPath = dir.path / "err";
-    // Only this process's own scenario and journal reach the tool.
-    setenv("TARNSIM_JOURNAL", journalPath.c_str(), 1);
-    unsetenv("TARNSIM_SCENARIO");
-    if (!scenario.empty()) {
-        std::ofstream(scenarioPath) << scenario;
-        setenv("TARNSIM_SCENARIO", scenarioPath.c_str(), 1);
-    }
-    std::vector<char*> argv{const_cast<char*>(argv0.c_str())};
-    for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
+Run RunTool(const std::vector<std::string>& args, const std::vector<std::string>& env, const std::string& dir, Millis limit,
+            const std::string& argv0) {
+    std::vector<std::string> argvText{argv0}, envText;
+    argvText.insert(argvText.end(), args.begin(), args.end());
+    for (char** e = environ; *e != nullptr; ++e)
+        if (std::strncmp(*e, "TARNSIM_", 8) != 0) envText.emplace_back(*e);
+    envText.insert(envText.end(), env.begin(), env.end());
+    std::vector<char*> argv, envp;
+    for (std::string& a : argvText) argv.push_back(a.data());
+    for (std::string& e : envText) envp.push_back(e.data());
     argv.push_back(nullptr);
+    envp.push_back(nullptr);
 
+    std::string outPath = dir + "/out", errPath = dir + "/err";
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     pid_t pid = -1;
-    int spawned = posix_spawn(&pid, TARNSIM_BINARY, &actions, nullptr, argv.data(), environ);
+    int spawned = posix_spawn(&pid, TARNSIM_BINARY, &actions, nullptr, argv.data(), envp.data());
     posix_spawn_file_actions_destroy(&actions);
     if (spawned != 0) throw std::runtime_error(std::string("cannot start the tool: ") + std::strerror(spawned));
-    int wstatus = 0;
-    while (waitpid(pid, &wstatus, 0) < 0 && errno == EINTR) {}
-
-    Run run;
-    run.status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : 128 + WTERMSIG(wstatus);
+    Run run = Await(pid, limit);
     run.out = ReadFile(outPath);
     run.err = ReadFile(errPath);
-    run.journal = ParseLines(ReadFile(journalPath));
+    return run;
+}
+
+Run RunSim(const std::vector<std::string>& args, const std::string& scenario, const std::string& argv0) {
+    TempDir dir;
+    std::vector<std::string> env{"TARNSIM_JOURNAL=" + (dir / "journal")};
+    if (!scenario.empty()) {
+        std::ofstream(dir / "scenario.json") << scenario;
+        env.push_back("TARNSIM_SCENARIO=" + (dir / "scenario.json"));
+    }
+    Run run = RunTool(args, env, dir.Path(), kSimLimit, argv0);
+    run.journal = ParseLines(ReadFile(dir / "journal"));
     for (Json::Value& event : run.journal) Normalize(event, run.logLines);
     return run;
+}
+
+Run InChild(const std::function<int()>& body, Millis limit) {
+    pid_t pid = fork();
+    if (pid < 0) throw std::runtime_error(std::string("fork: ") + std::strerror(errno));
+    if (pid == 0) _exit(body());
+    return Await(pid, limit);
+}
+
+TempDir::TempDir() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "tarntest-XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error(std::string("mkdtemp: ") + std::strerror(errno));
+    path_ = pattern;
+}
+
+TempDir::~TempDir() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+std::string ReadFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+bool IsUtf8(const std::string& text) {
+    iconv_t cd = iconv_open("UTF-8", "UTF-8");
+    if (cd == reinterpret_cast<iconv_t>(-1)) throw std::runtime_error("iconv_open: no UTF-8");
+    std::string in = text, out(text.size() + 4, '\0');
+    char* from = in.data();
+    char* to = out.data();
+    size_t fromLeft = in.size(), toLeft = out.size();
+    size_t converted = iconv(cd, &from, &fromLeft, &to, &toLeft);
+    iconv_close(cd);
+    return converted != static_cast<size_t>(-1) && fromLeft == 0;
 }
 
 std::string Compact(const Json::Value& v) {

@@ -1,26 +1,60 @@
-// Runs tarnnetdtool-sim as a process and compares what it did with a case's expectations.
+// Runs tarnnetdtool-sim as a process, with a time limit, and compares what it did with a
+// case's expectations.
 #ifndef TESTS_BLACKBOX_HARNESS_H
 #define TESTS_BLACKBOX_HARNESS_H
 
 #include <gtest/gtest.h>
 #include <json/value.h>
 
+#include <chrono>
+#include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
 
 namespace blackbox {
 
+using Millis = std::chrono::milliseconds;
+
+// Status of a process killed at its time limit.
+constexpr int kTimedOut = -1;
+
 struct Run {
     std::string out;
     std::string err;
-    int status = -1;                   // exit status, or 128 + signal
-    std::vector<Json::Value> journal;  // syslog texts as "tarnnetdtool:N <message>"
+    int status = kTimedOut;  // exit status, or 128 + signal, or kTimedOut
+    Millis took{0};
+    std::vector<Json::Value> journal;  // syslog texts as "tarnnetdtool:N <message>" (RunSim only)
     std::vector<int> logLines;         // the line numbers taken out of the syslog texts
 };
 
-// Runs the simulated tool with argv[0] "tarnnetdtool" (or `argv0`) and the given arguments.
+// Runs the simulated tool as `argv0` with `args` in the directory `dir`, with `env` in place of
+// our own TARNSIM_ variables; standard output and error go to files in `dir`.
+Run RunTool(const std::vector<std::string>& args, const std::vector<std::string>& env, const std::string& dir, Millis limit,
+            const std::string& argv0 = "tarnnetdtool");
+
+// Runs the simulated tool on the scenario text (none when empty) and reads its journal.
 Run RunSim(const std::vector<std::string>& args, const std::string& scenario = "", const std::string& argv0 = "tarnnetdtool");
+
+// Runs `body` in a forked child whose exit status is body's result, killed at `limit`.
+Run InChild(const std::function<int()>& body, Millis limit);
+
+// A fresh directory under the temporary directory, removed with its contents.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+    std::string operator/(const std::string& name) const { return path_ + "/" + name; }
+    const std::string& Path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+std::string ReadFile(const std::string& path);
+bool IsUtf8(const std::string& text);
 
 // Effects: the journal without bookkeeping calls (constructors and destructors of the library
 // objects, list and text helpers) equals the expected lines, in order. Contains: each expected

@@ -3,11 +3,9 @@
 // other than 0 or 255, a sanitizer report, a journal that is not JSON Lines, or a run over
 // the time limit; each failure is printed with its reproducer.
 #include "actions.h"
-#include "hostile/process.h"
+#include "blackbox/harness.h"
 
 #include <json/reader.h>
-#include <json/value.h>
-#include <json/writer.h>
 
 #include <algorithm>
 #include <atomic>
@@ -27,7 +25,7 @@ using namespace std::chrono_literals;
 // Changed only by hand, so that every run of the suite tries the same inputs.
 constexpr uint32_t kSeed = 14;
 constexpr int kRuns = 2000;
-constexpr hostile::Millis kLimit = 5s;
+constexpr blackbox::Millis kLimit = 5s;
 constexpr int kMaxExtraArgs = 7;
 constexpr size_t kPrintedFailures = 10;
 
@@ -69,63 +67,46 @@ const char* const kWords[] = {
 // clang-format on
 
 // Deterministic choices from one seed (the standard distributions differ between libraries).
-class Random {
-public:
-    explicit Random(uint32_t seed) : engine_(seed) {}
-    size_t Below(size_t n) { return n == 0 ? 0 : engine_() % n; }
-    bool OneIn(size_t n) { return Below(n) == 0; }
-    template <typename T, size_t N>
-    const T& Pick(const T (&items)[N]) {
-        return items[Below(N)];
-    }
-    std::string Bytes(size_t length) {
-        std::string text;
-        for (size_t i = 0; i < length; ++i) text += static_cast<char>(1 + Below(255));
-        return text;
-    }
+std::mt19937 engine(kSeed);
+size_t Below(size_t n) { return n == 0 ? 0 : engine() % n; }
 
-private:
-    std::mt19937 engine_;
-};
+std::string Bytes(size_t length) {
+    std::string text;
+    for (size_t i = 0; i < length; ++i) text += static_cast<char>(1 + Below(255));
+    return text;
+}
 
-std::string Word(Random& random) {
-    switch (random.Below(10)) {
+std::string Word() {
+    switch (Below(10)) {
         case 0:
-            return random.Bytes(1 + random.Below(40));
+            return Bytes(1 + Below(40));
         case 1:
-            return std::string(1000 + random.Below(70000), "ae:/9%"[random.Below(6)]);
+            return std::string(1000 + Below(70000), "ae:/9%"[Below(6)]);
         default:
-            return random.Pick(kWords);
+            return kWords[Below(std::size(kWords))];
     }
 }
 
-Json::Value RandomValue(Random& random, int depth) {
-    switch (random.Below(depth > 3 ? 7 : 9)) {
+Json::Value RandomValue(int depth) {
+    const Json::Int64 ints[] = {0, 1, -1, 24, 64, INT_MAX, INT_MIN, Json::Int64(INT_MAX) + 1, Json::Int64(INT_MIN) - 1};
+    Json::Value value(Below(2) ? Json::arrayValue : Json::objectValue);
+    switch (Below(depth > 3 ? 6 : 8)) {
         case 0:
             return Json::Value();
         case 1:
-            return random.OneIn(2);
-        case 2: {
-            const Json::Int64 ints[] = {0, 1, -1, 24, 64, INT_MAX, INT_MIN, Json::Int64(INT_MAX) + 1, Json::Int64(INT_MIN) - 1};
-            return Json::Value(random.Pick(ints));
-        }
+            return Below(2) == 0;
+        case 2:
+            return Json::Value(ints[Below(std::size(ints))]);
         case 3:
-            return 1e300 * (random.OneIn(2) ? 1 : -1);
+            return 1e300;
         case 4:
+            return Word();
         case 5:
-            return Word(random);
-        case 6:
             return "ptr";
-        case 7: {
-            Json::Value array(Json::arrayValue);
-            for (size_t i = random.Below(4); i > 0; --i) array.append(RandomValue(random, depth + 1));
-            return array;
-        }
-        default: {
-            Json::Value object(Json::objectValue);
-            for (size_t i = random.Below(4); i > 0; --i) object[Word(random)] = RandomValue(random, depth + 1);
-            return object;
-        }
+        default:
+            for (size_t i = Below(4); i > 0; --i)
+                value.isArray() ? value.append(RandomValue(depth + 1)) : value[Word()] = RandomValue(depth + 1);
+            return value;
     }
 }
 
@@ -135,70 +116,40 @@ void Nodes(Json::Value& value, std::vector<Json::Value*>& out) {
         for (Json::Value& child : value) Nodes(child, out);
 }
 
-// A value of the same kind as `v` where there is one to choose, so that many mutants still
-// pass the scenario's checks and reach the actions.
-Json::Value Alike(Random& random, const Json::Value& v) {
-    if (v.isBool()) return !v.asBool();
-    if (v.isIntegral()) {
-        const int ints[] = {0, 1, -1, 2, INT_MAX, INT_MIN};
-        return random.Pick(ints);
-    }
-    if (v.isString()) return Word(random);
-    return RandomValue(random, 0);
-}
-
-void MutateTree(Random& random, Json::Value& root) {
+// Mostly a value of the same kind, so that many mutants pass the scenario's checks and reach
+// the actions.
+void MutateTree(Json::Value& root) {
     std::vector<Json::Value*> nodes;
     Nodes(root, nodes);
-    Json::Value& node = *nodes[random.Below(nodes.size())];
-    switch (random.Below(8)) {
-        case 0:
-            node = RandomValue(random, 0);
-            return;
-        case 1:
-            if (node.isObject() && node.size() > 0) {
-                std::vector<std::string> names = node.getMemberNames();
-                node.removeMember(names[random.Below(names.size())]);
-                return;
-            }
-            [[fallthrough]];
-        case 2:
-            if (node.isArray() && node.size() > 0) {
-                Json::Value copy = node[static_cast<Json::ArrayIndex>(random.Below(node.size()))];
-                node.append(copy);
-                return;
-            }
-            [[fallthrough]];
-        default:
-            node = Alike(random, node);
-    }
+    Json::Value& node = *nodes[Below(nodes.size())];
+    if (node.isObject() && node.size() > 0 && Below(3) == 0)
+        node.removeMember(node.getMemberNames()[Below(node.size())]);
+    else if (node.isArray() && node.size() > 0 && Below(3) == 0)
+        node.append(Json::Value(node[static_cast<Json::ArrayIndex>(Below(node.size()))]));
+    else if (node.isBool() && Below(2) == 0)
+        node = !node.asBool();
+    else
+        node = node.isString() ? Json::Value(Word()) : RandomValue(0);
 }
 
-void MutateText(Random& random, std::string& text) {
-    size_t at = random.Below(text.size() + 1);
-    switch (random.Below(5)) {
+void MutateText(std::string& text) {
+    size_t at = Below(text.size() + 1);
+    switch (Below(5)) {
         case 0:
-            if (at < text.size()) text[at] = static_cast<char>(random.Below(256));
+            if (at < text.size()) text[at] = static_cast<char>(Below(256));
             return;
         case 1:
-            text.insert(at, random.Bytes(1 + random.Below(8)));
+            text.insert(at, Bytes(1 + Below(8)));
             return;
         case 2:
-            text.erase(at, random.Below(64));
+            text.erase(at, Below(64));
             return;
         case 3:
-            text.insert(at, std::string(100 + random.Below(3000), "[{"[random.Below(2)]));
+            text.insert(at, std::string(100 + Below(3000), "[{"[Below(2)]));
             return;
         default:
             text.resize(at);
     }
-}
-
-std::string Compact(const Json::Value& v) {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    builder["emitUTF8"] = true;
-    return Json::writeString(builder, v);
 }
 
 struct Input {
@@ -207,41 +158,35 @@ struct Input {
     std::string scenario;
 };
 
-Input MakeInput(Random& random, int index, const Json::Value& base) {
+Input MakeInput(int index, const Json::Value& base) {
     Input input;
-    const char* action = kActions[static_cast<size_t>(index) % kActions.size()].name;
-    if (random.OneIn(25)) {
-        std::string odd = action;
-        MutateText(random, odd);
-        if (!odd.empty() || random.OneIn(2)) input.args.push_back(odd);
-    } else {
-        input.args.push_back(action);
-    }
-    for (size_t n = random.Below(kMaxExtraArgs + 1); n > 0; --n) input.args.push_back(Word(random));
-    input.hasScenario = !random.OneIn(10);
+    std::string action = kActions[static_cast<size_t>(index) % kActions.size()].name;
+    if (Below(25) == 0) MutateText(action);
+    if (!action.empty() || Below(2) == 0) input.args.push_back(action);
+    for (size_t n = Below(kMaxExtraArgs + 1); n > 0; --n) input.args.push_back(Word());
+    input.hasScenario = Below(10) != 0;
     if (!input.hasScenario) return input;
     Json::Value tree = base;
-    for (size_t n = random.Below(4); n > 0; --n) MutateTree(random, tree);
-    input.scenario = Compact(tree);
-    if (random.OneIn(8)) MutateText(random, input.scenario);
+    for (size_t n = Below(4); n > 0; --n) MutateTree(tree);
+    input.scenario = blackbox::Compact(tree);
+    if (Below(8) == 0) MutateText(input.scenario);
     return input;
 }
 
 // Bash's $'...' form of any bytes.
 std::string Quoted(const std::string& text) {
-    std::ostringstream out;
-    out << "$'";
+    std::string out = "$'";
     for (unsigned char c : text) {
-        if (c == '\'' || c == '\\')
-            out << '\\' << c;
-        else if (c >= 0x20 && c < 0x7f)
-            out << c;
-        else
-            out << "\\x"
-                << "0123456789abcdef"[c >> 4] << "0123456789abcdef"[c & 15];
+        if (c == '\'' || c == '\\') out += '\\';
+        if (c >= 0x20 && c < 0x7f) {
+            out += static_cast<char>(c);
+        } else {
+            out += "\\x";
+            out += "0123456789abcdef"[c >> 4];
+            out += "0123456789abcdef"[c & 15];
+        }
     }
-    out << "'";
-    return out.str();
+    return out + "'";
 }
 
 std::string Reproducer(const Input& input) {
@@ -253,12 +198,12 @@ std::string Reproducer(const Input& input) {
 }
 
 // What is wrong with a run, or "" when nothing is.
-std::string Fault(const hostile::ToolRun& run, const std::string& journal) {
-    if (run.ended.status == hostile::kTimedOut) return "still running after " + std::to_string(kLimit.count()) + " ms";
-    if (run.ended.status != 0 && run.ended.status != 255) return "exit status " + std::to_string(run.ended.status);
+std::string Fault(const blackbox::Run& run, const std::string& journal) {
+    if (run.status == blackbox::kTimedOut) return "still running after " + std::to_string(kLimit.count()) + " ms";
+    if (run.status != 0 && run.status != 255) return "exit status " + std::to_string(run.status);
     if (run.err.find("Sanitizer") != std::string::npos || run.err.find("runtime error:") != std::string::npos)
         return "sanitizer report";
-    if (!hostile::IsUtf8(journal)) return "journal is not UTF-8";
+    if (!blackbox::IsUtf8(journal)) return "journal is not UTF-8";
     Json::CharReaderBuilder builder;
     Json::CharReaderBuilder::strictMode(&builder.settings_);
     std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
@@ -271,17 +216,12 @@ std::string Fault(const hostile::ToolRun& run, const std::string& journal) {
     return "";
 }
 
-struct Tally {
-    std::mutex mutex;
-    std::vector<std::pair<int, std::string>> failures;
-    int succeeded = 0;
-    int failed = 0;
-    int badScenarios = 0;
-    hostile::Millis slowest{0};
-};
+std::mutex mutex;
+std::vector<std::pair<int, std::string>> failures;
+blackbox::Millis slowest{0};
 
-void Work(const std::vector<Input>& inputs, std::atomic<int>& next, Tally& tally) {
-    hostile::TempDir dir;
+void Work(const std::vector<Input>& inputs, std::atomic<int>& next) {
+    blackbox::TempDir dir;
     std::string scenarioPath = dir / "scenario.json", journalPath = dir / "journal";
     for (int i = next++; i < static_cast<int>(inputs.size()); i = next++) {
         const Input& input = inputs[static_cast<size_t>(i)];
@@ -291,14 +231,12 @@ void Work(const std::vector<Input>& inputs, std::atomic<int>& next, Tally& tally
             std::ofstream(scenarioPath, std::ios::binary | std::ios::trunc) << input.scenario;
             env.push_back("TARNSIM_SCENARIO=" + scenarioPath);
         }
-        hostile::ToolRun run = hostile::RunTool(input.args, env, dir.Path(), kLimit);
-        std::string fault = Fault(run, hostile::ReadFile(journalPath));
-        std::lock_guard<std::mutex> lock(tally.mutex);
-        tally.slowest = std::max(tally.slowest, run.ended.took);
-        (run.ended.status == 0 ? tally.succeeded : tally.failed)++;
-        if (run.err.rfind("tarnnetdtool-sim: bad scenario:", 0) == 0) tally.badScenarios++;
+        blackbox::Run run = blackbox::RunTool(input.args, env, dir.Path(), kLimit);
+        std::string fault = Fault(run, blackbox::ReadFile(journalPath));
+        std::lock_guard<std::mutex> lock(mutex);
+        slowest = std::max(slowest, run.took);
         if (!fault.empty())
-            tally.failures.emplace_back(i, fault + "\n" + Reproducer(input) + "  standard error: " + run.err.substr(0, 2000));
+            failures.emplace_back(i, fault + "\n" + Reproducer(input) + "  standard error: " + run.err.substr(0, 2000));
     }
 }
 
@@ -313,25 +251,19 @@ int main() {
         std::cerr << "base scenario: " << errors;
         return 1;
     }
-    Random random(kSeed);
     std::vector<Input> inputs;
-    for (int i = 0; i < kRuns; ++i) inputs.push_back(MakeInput(random, i, base));
+    for (int i = 0; i < kRuns; ++i) inputs.push_back(MakeInput(i, base));
 
-    auto start = std::chrono::steady_clock::now();
-    Tally tally;
     std::atomic<int> next{0};
     // Twice the cores: a run spends about as long starting and ending as computing.
-    unsigned count = std::max(1u, std::thread::hardware_concurrency()) * 2;
-    std::vector<std::thread> workers;
-    for (unsigned w = 0; w < count; ++w) workers.emplace_back(Work, std::cref(inputs), std::ref(next), std::ref(tally));
+    std::vector<std::thread> workers(std::max(1u, std::thread::hardware_concurrency()) * 2);
+    for (std::thread& worker : workers) worker = std::thread(Work, std::cref(inputs), std::ref(next));
     for (std::thread& worker : workers) worker.join();
-    auto took = std::chrono::duration_cast<hostile::Millis>(std::chrono::steady_clock::now() - start);
 
-    std::sort(tally.failures.begin(), tally.failures.end());
-    for (size_t i = 0; i < tally.failures.size() && i < kPrintedFailures; ++i)
-        std::cout << "FAIL run " << tally.failures[i].first << ": " << tally.failures[i].second << "\n";
-    std::cout << kRuns << " runs, seed " << kSeed << ", " << took.count() << " ms: " << tally.succeeded << " exit 0, "
-              << tally.failed << " exit 255 or worse (" << tally.badScenarios << " bad scenarios), " << tally.failures.size()
-              << " faults, slowest " << tally.slowest.count() << " ms" << std::endl;
-    return tally.failures.empty() ? 0 : 1;
+    std::sort(failures.begin(), failures.end());
+    for (size_t i = 0; i < failures.size() && i < kPrintedFailures; ++i)
+        std::cout << "FAIL run " << failures[i].first << ": " << failures[i].second << "\n";
+    std::cout << kRuns << " runs, seed " << kSeed << ": " << failures.size() << " faults, slowest " << slowest.count() << " ms"
+              << std::endl;
+    return failures.empty() ? 0 : 1;
 }

@@ -1,24 +1,23 @@
 // Journal failures: the journal stays valid JSON Lines, and a journal that cannot be written
 // fails the run.
 #include "blackbox/harness.h"
-#include "hostile/process.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
 using namespace std::chrono_literals;
-using hostile::TempDir;
+using blackbox::TempDir;
 
-constexpr hostile::Millis kLimit = 3s;
+constexpr blackbox::Millis kLimit = 3s;
 
 TEST(Journal, ArgumentBytesThatAreNotUtf8AreReplacedAsOnStandardOutput) {
     TempDir dir;
-    hostile::ToolRun run =
-        hostile::RunTool({"--reset-ipv6-module", "eth\xff\xc3"}, {"TARNSIM_JOURNAL=" + (dir / "journal")}, dir.Path(), kLimit);
-    EXPECT_EQ(run.ended.status, 0) << run.err;
-    std::string journal = hostile::ReadFile(dir / "journal");
-    EXPECT_TRUE(hostile::IsUtf8(journal)) << journal;
+    blackbox::Run run =
+        blackbox::RunTool({"--reset-ipv6-module", "eth\xff\xc3"}, {"TARNSIM_JOURNAL=" + (dir / "journal")}, dir.Path(), kLimit);
+    EXPECT_EQ(run.status, 0) << run.err;
+    std::string journal = blackbox::ReadFile(dir / "journal");
+    EXPECT_TRUE(blackbox::IsUtf8(journal)) << journal;
     std::vector<Json::Value> events = blackbox::ParseLines(journal);
     ASSERT_EQ(events.size(), 3u) << journal;
     EXPECT_EQ(events[1]["args"][0], "eth\uFFFD\uFFFD");
@@ -26,8 +25,8 @@ TEST(Journal, ArgumentBytesThatAreNotUtf8AreReplacedAsOnStandardOutput) {
 
 TEST(Journal, ThatCannotBeWrittenFailsTheRun) {
     TempDir dir;
-    hostile::ToolRun run = hostile::RunTool({"--gen-DUID"}, {"TARNSIM_JOURNAL=/dev/full"}, dir.Path(), kLimit);
-    EXPECT_EQ(run.ended.status, 255);
+    blackbox::Run run = blackbox::RunTool({"--gen-DUID"}, {"TARNSIM_JOURNAL=/dev/full"}, dir.Path(), kLimit);
+    EXPECT_EQ(run.status, 255);
     EXPECT_EQ(run.err, "tarnnetdtool-sim: cannot write journal /dev/full: No space left on device\n");
     EXPECT_EQ(run.out, "");
 }

@@ -1,70 +1,37 @@
 // Hostile scenarios: refused like any bad scenario (one line, status 255), and quickly.
-#include "hostile/process.h"
+#include "blackbox/harness.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <fstream>
+#include <tuple>
 
 namespace {
 
 using namespace std::chrono_literals;
-using hostile::TempDir;
 
-constexpr hostile::Millis kLimit = 3s;
-constexpr size_t kDeep = 5000;
-
-std::string Written(const TempDir& dir, const std::string& text) {
-    std::string path = dir / "scenario.json";
-    std::ofstream(path) << text;
-    return path;
+TEST(HostileScenario, IsABadScenario) {
+    blackbox::TempDir dir;
+    const std::string deep = std::string(5000, '[') + std::string(5000, ']');
+    std::ofstream(dir / "deep.json") << deep;
+    std::ofstream(dir / "member.json") << "{\"route_tables\": {\"0\": " + deep + "}}";
+    std::ofstream(dir / "big.json") << "{}" + std::string((4 << 20) - 1, ' ');
+    ASSERT_EQ(mkfifo((dir / "fifo").c_str(), 0600), 0);
+    // path, failure, what follows the path
+    const std::tuple<std::string, const char*, const char*> rows[] = {
+        {dir / "deep.json", "cannot parse", "Exceeded stackLimit"}, {dir / "member.json", "cannot parse", "Exceeded stackLimit"},
+        {"/dev/zero", "cannot read", "not a regular file"},         {dir / "fifo", "cannot read", "not a regular file"},
+        {dir / "big.json", "cannot read", "larger than 4 MiB"},
+    };
+    for (const auto& [path, failure, reason] : rows) {
+        blackbox::Run run = blackbox::RunTool({"--gen-DUID"}, {"TARNSIM_SCENARIO=" + path}, dir.Path(), 3s);
+        EXPECT_EQ(run.status, 255) << path << " took " << run.took.count() << " ms";
+        EXPECT_EQ(run.out, "");
+        std::string line = std::string("tarnnetdtool-sim: bad scenario: ") + failure + " " + path + ": " + reason;
+        EXPECT_EQ(run.err.substr(0, line.size()), line);
+        EXPECT_EQ(run.err.find('\n'), run.err.size() - 1) << run.err;
+    }
 }
-
-struct ScenarioCase {
-    const char* name;
-    std::string (*make)(const TempDir& dir);  // the scenario's path
-    const char* failure;                      // "cannot read" or "cannot parse"
-    const char* reason;                       // what follows the path
-};
-
-void PrintTo(const ScenarioCase& c, std::ostream* os) { *os << c.name; }
-
-class HostileScenario : public ::testing::TestWithParam<ScenarioCase> {};
-
-TEST_P(HostileScenario, IsABadScenario) {
-    TempDir dir;
-    std::string path = GetParam().make(dir);
-    hostile::ToolRun run = hostile::RunTool({"--gen-DUID"}, {"TARNSIM_SCENARIO=" + path}, dir.Path(), kLimit);
-    EXPECT_EQ(run.ended.status, 255) << "took " << run.ended.took.count() << " ms";
-    EXPECT_EQ(run.out, "");
-    std::string line =
-        std::string("tarnnetdtool-sim: bad scenario: ") + GetParam().failure + " " + path + ": " + GetParam().reason;
-    EXPECT_EQ(run.err.substr(0, line.size()), line);
-    EXPECT_EQ(run.err.find('\n'), run.err.size() - 1) << run.err;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, HostileScenario,
-    ::testing::Values(ScenarioCase{"DeepAtTopLevel",
-                                   [](const TempDir& d) { return Written(d, std::string(kDeep, '[') + std::string(kDeep, ']')); },
-                                   "cannot parse", "Exceeded stackLimit"},
-                      ScenarioCase{"DeepInsideAMember",
-                                   [](const TempDir& d) {
-                                       return Written(d, "{\"route_tables\": {\"0\": " + std::string(kDeep, '[') +
-                                                             std::string(kDeep, ']') + "}}");
-                                   },
-                                   "cannot parse", "Exceeded stackLimit"},
-                      ScenarioCase{"EndlessDevice", [](const TempDir&) { return std::string("/dev/zero"); }, "cannot read",
-                                   "not a regular file"},
-                      ScenarioCase{"Fifo",
-                                   [](const TempDir& d) {
-                                       std::string path = d / "fifo";
-                                       return mkfifo(path.c_str(), 0600) == 0 ? path : "mkfifo failed";
-                                   },
-                                   "cannot read", "not a regular file"},
-                      ScenarioCase{"OverTheSizeBound",
-                                   [](const TempDir& d) { return Written(d, "{}" + std::string((4 << 20) - 1, ' ')); },
-                                   "cannot read", "larger than 4 MiB"}),
-    [](const ::testing::TestParamInfo<ScenarioCase>& info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -61,8 +61,7 @@ expect_eq "$(ip route show 192.0.2.128/25)" "192.0.2.128/25 dev lan0 scope link 
 
 # A file that cannot be parsed changes nothing.
 before=$(ours)
-for bad in "203.0.113.0/25 198.51.100.99 lan0 10" "203.0.113.1/25 - lan0 0 ipv4" "2001:db8::/32 198.51.100.1 lan0 0 ipv6" \
-    "203.0.113.0/25 - - 0 ipv4" "203.0.113.0/25 - lan0 4294967296 ipv4"; do
+for bad in "203.0.113.0/25 198.51.100.99 lan0 10" "203.0.113.0/25 - lan0 4294967296 ipv4"; do
     printf '%s\n' "$bad" >"$FILE"
     refresh 255
     expect_eq "$(ours)" "$before" "routes after a file with [$bad]"

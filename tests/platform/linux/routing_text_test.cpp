@@ -3,90 +3,78 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 namespace {
 
 using tarnnetwork::network::PolicyRouteRule;
 using tarnroute::Prefix;
 
-struct RuleCase {
-    int family;
-    const char* ip;    // nullptr: not assigned
-    const char* mask;  // the netmask (IPv4) or prefix length (IPv6); nullptr: not given
-    const char* gateway;
-    const char* dst;  // the destination made; nullptr: refused
-};
+// family, ip (nullptr: not assigned), mask or prefix length (nullptr: not given), gateway, the
+// destination made (nullptr: refused)
+using RuleRow = std::tuple<int, const char*, const char*, const char*, const char*>;
 
-void PrintTo(const RuleCase& c, std::ostream* os) {
-    *os << (c.ip ? c.ip : "-") << " " << (c.mask ? c.mask : "-") << " " << c.gateway;
-}
-
-class RuleText : public ::testing::TestWithParam<RuleCase> {};
-
-TEST_P(RuleText, Destination) {
-    const RuleCase& c = GetParam();
-    PolicyRouteRule rule;
-    rule.type = c.family == AF_INET ? tarnnetwork::network::IPV4 : tarnnetwork::network::IPV6;
-    if (c.ip) rule.ip = std::string(c.ip);
-    if (c.mask && c.family == AF_INET) rule.mask = std::string(c.mask);
-    if (c.mask && c.family == AF_INET6) rule.prefix_length = c.mask;
-    rule.gateway = std::string(c.gateway);
-    std::string why;
-    std::optional<Prefix> dst = tarnroute::RuleDestination(c.family, rule, why);
-    std::optional<Prefix> gateway;
-    bool valid = dst && tarnroute::RuleGateway(c.family, rule, gateway, why);
-    EXPECT_EQ(valid, c.dst != nullptr) << why;
-    if (valid && c.dst) {
-        EXPECT_EQ(tarnroute::PrefixText(*dst), c.dst);
-    } else {
-        EXPECT_FALSE(why.empty());
+TEST(RuleText, Destination) {
+    const RuleRow rows[] = {
+        {AF_INET, "NULL", "NULL", "192.0.2.1", "default"},
+        {AF_INET, "203.0.113.7", "255.255.255.0", "192.0.2.1", "203.0.113.0/24"},
+        {AF_INET, "203.0.113.7", "255.255.255.255", "NULL", "203.0.113.7"},
+        {AF_INET, "203.0.113.7", "0.0.0.0", "", "default"},
+        {AF_INET, "203.0.113.7", "255.0.255.0", "192.0.2.1", nullptr},
+        {AF_INET, "203.0.113.7", "24", "192.0.2.1", nullptr},
+        {AF_INET, "203.0.113.7", nullptr, "192.0.2.1", nullptr},
+        {AF_INET, nullptr, "255.255.255.0", "192.0.2.1", nullptr},
+        {AF_INET, "NULL", "255.255.255.0", "192.0.2.1", nullptr},
+        {AF_INET, "203.0.113.7", "NULL", "192.0.2.1", nullptr},
+        {AF_INET, "2001:db8::", "255.255.255.0", "192.0.2.1", nullptr},
+        {AF_INET, "203.0.113.7", "255.255.255.0", "2001:db8::1", nullptr},
+        {AF_INET6, "NULL", "NULL", "2001:db8::1", "default"},
+        {AF_INET6, "2001:db8:5::9", "48", "fe80::1", "2001:db8:5::/48"},
+        {AF_INET6, "2001:db8:5::9", "128", "2001:db8::1", "2001:db8:5::9"},
+        {AF_INET6, "2001:db8:5::9", "129", "2001:db8::1", nullptr},
+        {AF_INET6, "2001:db8:5::9", "6x", "2001:db8::1", nullptr},
+        {AF_INET6, "192.0.2.1", "64", "2001:db8::1", nullptr},
+        {AF_INET6, "2001:db8:5::", "64", "192.0.2.1", nullptr},
+    };
+    for (const auto& [family, ip, mask, gatewayText, expected] : rows) {
+        PolicyRouteRule rule;
+        rule.type = family == AF_INET ? tarnnetwork::network::IPV4 : tarnnetwork::network::IPV6;
+        if (ip) rule.ip = std::string(ip);
+        if (mask && family == AF_INET) rule.mask = std::string(mask);
+        if (mask && family == AF_INET6) rule.prefix_length = mask;
+        rule.gateway = std::string(gatewayText);
+        std::string why;
+        std::optional<Prefix> dst = tarnroute::RuleDestination(family, rule, why);
+        std::optional<Prefix> gateway;
+        bool valid = dst && tarnroute::RuleGateway(family, rule, gateway, why);
+        std::string row = std::string(ip ? ip : "-") + " " + (mask ? mask : "-") + " " + gatewayText;
+        EXPECT_EQ(valid, expected != nullptr) << row << ": " << why;
+        EXPECT_EQ(valid ? tarnroute::PrefixText(*dst) : "", expected ? expected : "") << row;
+        EXPECT_TRUE(valid || !why.empty()) << row;
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Cases, RuleText,
-                         ::testing::Values(RuleCase{AF_INET, "NULL", "NULL", "192.0.2.1", "default"},
-                                           RuleCase{AF_INET, "203.0.113.7", "255.255.255.0", "192.0.2.1", "203.0.113.0/24"},
-                                           RuleCase{AF_INET, "203.0.113.7", "255.255.255.255", "NULL", "203.0.113.7"},
-                                           RuleCase{AF_INET, "203.0.113.7", "0.0.0.0", "", "default"},
-                                           RuleCase{AF_INET, "203.0.113.7", "255.0.255.0", "192.0.2.1", nullptr},
-                                           RuleCase{AF_INET, "203.0.113.7", "24", "192.0.2.1", nullptr},
-                                           RuleCase{AF_INET, "203.0.113.7", nullptr, "192.0.2.1", nullptr},
-                                           RuleCase{AF_INET, nullptr, "255.255.255.0", "192.0.2.1", nullptr},
-                                           RuleCase{AF_INET, "NULL", "255.255.255.0", "192.0.2.1", nullptr},
-                                           RuleCase{AF_INET, "203.0.113.7", "NULL", "192.0.2.1", nullptr},
-                                           RuleCase{AF_INET, "2001:db8::", "255.255.255.0", "192.0.2.1", nullptr},
-                                           RuleCase{AF_INET, "203.0.113.7", "255.255.255.0", "2001:db8::1", nullptr},
-                                           RuleCase{AF_INET6, "NULL", "NULL", "2001:db8::1", "default"},
-                                           RuleCase{AF_INET6, "2001:db8:5::9", "48", "fe80::1", "2001:db8:5::/48"},
-                                           RuleCase{AF_INET6, "2001:db8:5::9", "128", "2001:db8::1", "2001:db8:5::9"},
-                                           RuleCase{AF_INET6, "2001:db8:5::9", "129", "2001:db8::1", nullptr},
-                                           RuleCase{AF_INET6, "2001:db8:5::9", "6x", "2001:db8::1", nullptr},
-                                           RuleCase{AF_INET6, "192.0.2.1", "64", "2001:db8::1", nullptr},
-                                           RuleCase{AF_INET6, "2001:db8:5::", "64", "192.0.2.1", nullptr}));
-
-struct SourceCase {
-    int family;
-    const char* source;
-    std::vector<std::string> addresses;  // empty: refused
-};
-
-class Source : public ::testing::TestWithParam<SourceCase> {};
-
-TEST_P(Source, WholeOrNothing) {
-    std::string why;
-    std::optional<std::vector<Prefix>> parsed = tarnroute::ParseSource(GetParam().family, GetParam().source, why);
-    std::vector<std::string> texts;
-    for (const Prefix& address : parsed.value_or(std::vector<Prefix>{})) texts.push_back(tarnroute::PrefixText(address));
-    EXPECT_EQ(texts, GetParam().addresses) << GetParam().source;
+TEST(Source, WholeOrNothing) {
+    // family, source, the addresses (none: refused)
+    const std::tuple<int, const char*, std::vector<std::string>> rows[] = {
+        {AF_INET, "192.0.2.10", {"192.0.2.10"}},
+        {AF_INET, "192.0.2.10,192.0.2.11,192.0.2.10", {"192.0.2.10", "192.0.2.11"}},
+        {AF_INET, "192.0.2.10,", {}},
+        {AF_INET, "", {}},
+        {AF_INET, "192.0.2.10, 192.0.2.11", {}},
+        {AF_INET, "192.0.2.0/24", {}},
+        {AF_INET, "2001:db8::1", {}},
+        {AF_INET6, "2001:db8::1,2001:db8::2", {"2001:db8::1", "2001:db8::2"}},
+        {AF_INET6, "2001:db8::1,192.0.2.1", {}},
+    };
+    for (const auto& [family, source, addresses] : rows) {
+        std::string why;
+        std::vector<std::string> texts;
+        for (const Prefix& address : tarnroute::ParseSource(family, source, why).value_or(std::vector<Prefix>{}))
+            texts.push_back(tarnroute::PrefixText(address));
+        EXPECT_EQ(texts, addresses) << source;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Cases, Source,
-                         ::testing::Values(SourceCase{AF_INET, "192.0.2.10", {"192.0.2.10"}},
-                                           SourceCase{AF_INET, "192.0.2.10,192.0.2.11,192.0.2.10", {"192.0.2.10", "192.0.2.11"}},
-                                           SourceCase{AF_INET, "192.0.2.10,", {}}, SourceCase{AF_INET, "", {}},
-                                           SourceCase{AF_INET, "192.0.2.10, 192.0.2.11", {}},
-                                           SourceCase{AF_INET, "192.0.2.0/24", {}}, SourceCase{AF_INET, "2001:db8::1", {}},
-                                           SourceCase{AF_INET6, "2001:db8::1,2001:db8::2", {"2001:db8::1", "2001:db8::2"}},
-                                           SourceCase{AF_INET6, "2001:db8::1,192.0.2.1", {}}));
 
 TEST(InterfaceName, AsTheKernelAllows) {
     std::string why;

@@ -120,7 +120,7 @@ bool ValidIfname(const std::string& name);
 void Log(int priority, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 // The tunnel an interface's 6in4 or 6to4 router uses.
-struct TunnelSpec {
+struct TunnelPlan {
     std::string name;
     uint32_t local = 0;   // network byte order
     uint32_t remote = 0;  // network byte order; 0 for any 6to4 relay
@@ -128,7 +128,7 @@ struct TunnelSpec {
 };
 
 // The RTM_NEWLINK request that makes the tunnel; nullptr when it cannot be built.
-nl_msg* TunnelRequest(const TunnelSpec& spec);
+nl_msg* TunnelRequest(const TunnelPlan& plan);
 // The 6to4 prefix 2002:WWXX:YYZZ::/48 of an IPv4 address (network byte order).
 std::string SixToFourPrefix(uint32_t ipv4);
 

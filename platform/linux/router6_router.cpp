@@ -84,43 +84,43 @@ int Send(nl_sock* sock, nl_msg* request) {
     return result < 0 ? result : nl_wait_for_ack(sock);
 }
 
-bool MakeTunnel(const TunnelSpec& spec) {
+bool MakeTunnel(const TunnelPlan& plan) {
     Socket sock = Connect();
     if (!sock) return false;
     // A tunnel left by an earlier Create is replaced, so that a second Create leaves one router
     // with the current ends.
     nl::Link old;
     rtnl_link* found = nullptr;
-    if (rtnl_link_get_kernel(sock.get(), 0, spec.name.c_str(), &found) >= 0) {
+    if (rtnl_link_get_kernel(sock.get(), 0, plan.name.c_str(), &found) >= 0) {
         old.reset(found);
         const char* kind = rtnl_link_get_type(old.get());
         if (kind == nullptr || std::strcmp(kind, kSitKind) != 0) {
-            Log(LOG_ERR, "tunnel %s not made: an interface of another kind has its name", spec.name.c_str());
+            Log(LOG_ERR, "tunnel %s not made: an interface of another kind has its name", plan.name.c_str());
             return false;
         }
         rtnl_link_delete(sock.get(), old.get());
     }
-    nl::Message request(TunnelRequest(spec));
+    nl::Message request(TunnelRequest(plan));
     if (!request) return false;
     int result = Send(sock.get(), request.get());
     if (result == -NLE_OPNOTSUPP) {
-        Log(LOG_ERR, "tunnel %s not made: the kernel lacks the sit tunnel type", spec.name.c_str());
+        Log(LOG_ERR, "tunnel %s not made: the kernel lacks the sit tunnel type", plan.name.c_str());
         return false;
     }
     if (result < 0) {
-        Log(LOG_ERR, "tunnel %s not made: %s", spec.name.c_str(), nl_geterror(result));
+        Log(LOG_ERR, "tunnel %s not made: %s", plan.name.c_str(), nl_geterror(result));
         return false;
     }
     nl::Link link;
     rtnl_link* made = nullptr;
-    if (rtnl_link_get_kernel(sock.get(), 0, spec.name.c_str(), &made) < 0) return false;
+    if (rtnl_link_get_kernel(sock.get(), 0, plan.name.c_str(), &made) < 0) return false;
     link.reset(made);
     nl::Link change(rtnl_link_alloc());
     if (!change) return false;
     rtnl_link_set_flags(change.get(), IFF_UP);
     result = rtnl_link_change(sock.get(), link.get(), change.get(), 0);
     if (result >= 0) return true;
-    Log(LOG_ERR, "tunnel %s not up: %s", spec.name.c_str(), nl_geterror(result));
+    Log(LOG_ERR, "tunnel %s not up: %s", plan.name.c_str(), nl_geterror(result));
     return false;
 }
 
@@ -151,7 +151,7 @@ bool IPv4Text(const std::string& text, uint32_t& bits) {
 // What Create needs, gathered and checked by Prepare.
 struct Plan {
     int ifindex = 0;
-    TunnelSpec tunnel;
+    TunnelPlan tunnel;
     unsigned __int128 tunnelAddress = 0;  // the tunnel's own address
     int tunnelLength = 0;
     std::string prefix;  // 6to4: the interface's new prefix
@@ -271,14 +271,14 @@ bool OwnerAddress(const std::string& owner, const std::string& prefix, bool add)
 
 }  // namespace
 
-nl_msg* TunnelRequest(const TunnelSpec& spec) {
+nl_msg* TunnelRequest(const TunnelPlan& plan) {
     nl::Link link(rtnl_link_sit_alloc());
     if (!link) return nullptr;
-    rtnl_link_set_name(link.get(), spec.name.c_str());
-    rtnl_link_sit_set_local(link.get(), spec.local);
-    rtnl_link_sit_set_remote(link.get(), spec.remote);
+    rtnl_link_set_name(link.get(), plan.name.c_str());
+    rtnl_link_sit_set_local(link.get(), plan.local);
+    rtnl_link_sit_set_remote(link.get(), plan.remote);
     rtnl_link_sit_set_ttl(link.get(), kTunnelTtl);
-    rtnl_link_sit_set_link(link.get(), static_cast<uint32_t>(spec.link));
+    rtnl_link_sit_set_link(link.get(), static_cast<uint32_t>(plan.link));
     nl_msg* request = nullptr;
     if (rtnl_link_build_add_request(link.get(), NLM_F_CREATE | NLM_F_EXCL, &request) < 0) return nullptr;
     return request;

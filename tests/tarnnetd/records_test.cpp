@@ -61,6 +61,7 @@ TEST(Requests, AddIsCheckedMemberByMember) {
         {"ifname", R"("abcdefghijklmno")", ""},
         {"ifname", R"("abcdefghijklmnop")", "not an interface name"},
         {"ifname", R"("../x")", "not an interface name"},
+        {"ifname", R"("eth 0")", "not an interface name"},
         {"gateway", R"("2001:db8::1")", "\"gateway\" is not an address of GTYPE_V4"},
         {"dns", R"("192.0.2.256")", "\"dns\" is not an address of GTYPE_V4"},
         {"priority", "10", "\"priority\" must be a string"},
@@ -93,13 +94,8 @@ TEST(Requests, OtherChangesAreCheckedToo) {
 
 TEST(Requests, PriorityIsAPlainNonNegativeDecimalThatFits) {
     const std::pair<const char*, std::optional<uint32_t>> cases[] = {
-        {"0", 0u},
-        {"007", 7u},
-        {"4294967295", 4294967295u},
-        {"4294967296", std::nullopt},
-        {"", std::nullopt},
-        {"-1", std::nullopt},
-        {"1e3", std::nullopt},
+        {"0", 0u},          {"007", 7u},          {"4294967295", 4294967295u}, {"4294967296", std::nullopt},
+        {"", std::nullopt}, {"-1", std::nullopt}, {"1e3", std::nullopt},
     };
     for (const auto& [text, expected] : cases) EXPECT_EQ(ParsePriority(text), expected) << text;
 }

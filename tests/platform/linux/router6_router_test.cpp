@@ -29,8 +29,8 @@ TEST(SixToFour, Prefix) {
 }
 
 TEST(Tunnel, Request) {
-    TunnelSpec spec{"6in4-wan0", IPv4("192.0.2.1"), IPv4("198.51.100.1"), 7};
-    std::unique_ptr<nl_msg, void (*)(nl_msg*)> msg(TunnelRequest(spec), nlmsg_free);
+    TunnelPlan plan{"6in4-wan0", IPv4("192.0.2.1"), IPv4("198.51.100.1"), 7};
+    std::unique_ptr<nl_msg, void (*)(nl_msg*)> msg(TunnelRequest(plan), nlmsg_free);
     ASSERT_TRUE(msg);
     nlmsghdr* header = nlmsg_hdr(msg.get());
     EXPECT_EQ(header->nlmsg_type, RTM_NEWLINK);
@@ -46,8 +46,8 @@ TEST(Tunnel, Request) {
     nlattr* tunnel[IFLA_IPTUN_MAX + 1];
     ASSERT_EQ(nla_parse_nested(tunnel, IFLA_IPTUN_MAX, info[IFLA_INFO_DATA], nullptr), 0);
     ASSERT_TRUE(tunnel[IFLA_IPTUN_LOCAL] && tunnel[IFLA_IPTUN_REMOTE] && tunnel[IFLA_IPTUN_TTL] && tunnel[IFLA_IPTUN_LINK]);
-    EXPECT_EQ(nla_get_u32(tunnel[IFLA_IPTUN_LOCAL]), spec.local);
-    EXPECT_EQ(nla_get_u32(tunnel[IFLA_IPTUN_REMOTE]), spec.remote);
+    EXPECT_EQ(nla_get_u32(tunnel[IFLA_IPTUN_LOCAL]), plan.local);
+    EXPECT_EQ(nla_get_u32(tunnel[IFLA_IPTUN_REMOTE]), plan.remote);
     EXPECT_EQ(nla_get_u8(tunnel[IFLA_IPTUN_TTL]), 64);
     EXPECT_EQ(nla_get_u32(tunnel[IFLA_IPTUN_LINK]), 7u);
 }

@@ -2,8 +2,8 @@
 # The IPv6 router through the product: a native router, a prefix handed out to lbr0, gbr0 and
 # the VPN server, a re-delegation that keeps every consumer's index, and the router queries.
 set -eu
-. "$(dirname "$0")/lib.sh"
 . "$(dirname "$0")/ipv6_router_lib.sh"
+. "$(dirname "$0")/lib.sh"
 
 veth wan0
 veth lbr0

@@ -2,8 +2,8 @@
 # Twenty --apply-new-prefix runs at once, with a new delegation arriving among them: every
 # consumer ends with one /64 of the new prefix at its own index, none held twice.
 set -eu
-. "$(dirname "$0")/lib.sh"
 . "$(dirname "$0")/ipv6_router_lib.sh"
+. "$(dirname "$0")/lib.sh"
 
 veth lbr0
 veth gbr0

@@ -2,8 +2,8 @@
 # 6in4 and 6to4 routers: the tunnel, its address and default route, one router after two
 # Creates, and the 6to4 prefix handed out. Where the kernel has no sit type, Create must fail.
 set -eu
-. "$(dirname "$0")/lib.sh"
 . "$(dirname "$0")/ipv6_router_lib.sh"
+. "$(dirname "$0")/lib.sh"
 
 veth wan0
 veth lbr0

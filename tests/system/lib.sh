@@ -1,4 +1,5 @@
-# Sourced by every system test, called as: <test>.sh TOOL PROBE
+# Sourced by every system test, called as: <test>.sh TOOL PROBE; source other helpers before it,
+# since its private /tmp hides a checkout under /tmp.
 # Re-runs the test as root inside network and mount namespaces of its own, with a private
 # /tmp, /run and /etc, so that nothing it creates reaches the host; exits 77 (skipped) where that is not
 # possible.

@@ -171,12 +171,6 @@ bool ParseIfname(const Json::Value& request, std::string& ifname, std::string& e
     return Ifname(request, "ifname", ifname, error);
 }
 
-// The kernel's own rule for a device name.
-bool ValidIfname(const std::string& name) {
-    if (name.empty() || name.size() >= IFNAMSIZ || name == "." || name == "..") return false;
-    return std::none_of(name.begin(), name.end(), [](char c) { return c == '/' || c == ':' || c <= ' ' || c == '\x7f'; });
-}
-
 bool ValidAddress(Family family, const std::string& text) {
     unsigned char bytes[sizeof(in6_addr)];
     return text.find('\0') == std::string::npos && inet_pton(AddressFamily(family), text.c_str(), bytes) == 1;

@@ -3,6 +3,8 @@
 #ifndef TARNNETD_RECORDS_H
 #define TARNNETD_RECORDS_H
 
+#include "linux/ifname.h"
+
 #include <json/value.h>
 
 #include <cstdint>
@@ -77,7 +79,7 @@ bool ParseSlave(const Json::Value& request, SlaveRequest& out, std::string& erro
 bool ParseIfname(const Json::Value& request, std::string& ifname, std::string& error);
 
 // Single values, as the kernel and the record file accept them.
-bool ValidIfname(const std::string& name);
+using tarnlinux::ValidIfname;
 bool ValidAddress(Family family, const std::string& text);
 std::optional<uint32_t> ParsePriority(const std::string& text);
 bool ValidClass(const std::string& text);

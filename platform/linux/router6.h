@@ -4,6 +4,8 @@
 #ifndef TARN_PLATFORM_LINUX_ROUTER6_H
 #define TARN_PLATFORM_LINUX_ROUTER6_H
 
+#include "linux/ifname.h"
+
 #include <netinet/in.h>
 #include <sys/stat.h>
 
@@ -112,9 +114,6 @@ private:
 
 // The product's store: kRouter6StoreDir, kRouter6LockPath, addresses through the kernel.
 Store& SystemStore();
-
-// True for a name the kernel accepts for an interface, and so a safe file name.
-bool ValidIfname(const std::string& name);
 
 // One log line of the router library.
 void Log(int priority, const char* format, ...) __attribute__((format(printf, 2, 3)));

@@ -310,7 +310,7 @@ Router6* Router6Factory::newRouterV6Instance(const std::string& ifname, const st
         Log(LOG_ERR, "no IPv6 router of the type [%s]", arg.c_str());
         return nullptr;
     }
-    if (!ValidIfname(ifname)) {
+    if (!tarnlinux::ValidIfname(ifname)) {
         Log(LOG_ERR, "no IPv6 router for the interface name [%s]", ifname.c_str());
         return nullptr;
     }

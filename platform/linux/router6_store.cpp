@@ -11,7 +11,6 @@
 #include <syslog.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -26,7 +25,6 @@ namespace fs = std::filesystem;
 
 // A document is a few hundred bytes; anything far larger is not one of ours.
 constexpr off_t kMaxDocumentSize = 1 << 20;
-constexpr size_t kIfnameMax = 15;
 
 // Members of a document.
 constexpr char kType[] = "type";
@@ -101,12 +99,6 @@ void Log(int priority, const char* format, ...) {
     std::vsnprintf(text, sizeof text, format, args);
     va_end(args);
     syslog(priority, "ipv6-router: %s", text);
-}
-
-// The kernel's own rule for interface names.
-bool ValidIfname(const std::string& name) {
-    if (name.empty() || name.size() > kIfnameMax || name == "." || name == "..") return false;
-    return std::none_of(name.begin(), name.end(), [](unsigned char c) { return c == '/' || c == ':' || std::isspace(c); });
 }
 
 std::optional<Document> ParseDocument(const std::string& text) {

@@ -2,6 +2,8 @@
 // destinations, sources and interface names.
 #include "linux/routing.h"
 
+#include "linux/ifname.h"
+
 #include <arpa/inet.h>
 #include <net/if.h>
 #include <syslog.h>
@@ -115,11 +117,9 @@ std::optional<std::vector<Prefix>> ParseSource(int family, const std::string& so
 }
 
 bool ValidInterfaceName(const std::string& name, std::string& why) {
-    bool valid = !name.empty() && name.size() < IFNAMSIZ && name != "." && name != ".." &&
-                 std::none_of(name.begin(), name.end(),
-                              [](unsigned char c) { return c == '/' || c == ':' || std::isspace(c) || c < ' '; });
-    if (!valid) why = "\"" + name + "\" cannot be an interface name";
-    return valid;
+    if (tarnlinux::ValidIfname(name)) return true;
+    why = "\"" + name + "\" cannot be an interface name";
+    return false;
 }
 
 // The destination of a rule: "NULL" with "NULL" is the default route; otherwise the address

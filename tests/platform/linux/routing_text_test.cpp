@@ -80,7 +80,7 @@ TEST(InterfaceName, AsTheKernelAllows) {
     std::string why;
     for (const char* name : {"wan0", "eth0.10", "a", "fifteen-chars-x", "br#1"})
         EXPECT_TRUE(tarnroute::ValidInterfaceName(name, why)) << name;
-    for (const char* name : {"", ".", "..", "sixteen-chars-xx", "a/b", "eth0:1", "a b", "a\tb", "a\nb"})
+    for (const char* name : {"", ".", "..", "sixteen-chars-xx", "a/b", "eth0:1", "a b", "a\tb", "a\nb", "a\x7f", "eth\xc3\xa9"})
         EXPECT_FALSE(tarnroute::ValidInterfaceName(name, why)) << name;
 }
 

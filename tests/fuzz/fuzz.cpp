@@ -77,37 +77,25 @@ std::string Bytes(size_t length) {
 }
 
 std::string Word() {
-    switch (Below(10)) {
-        case 0:
-            return Bytes(1 + Below(40));
-        case 1:
-            return std::string(1000 + Below(70000), "ae:/9%"[Below(6)]);
-        default:
-            return kWords[Below(std::size(kWords))];
-    }
+    size_t kind = Below(10);
+    if (kind == 0) return Bytes(1 + Below(40));
+    if (kind == 1) return std::string(1000 + Below(70000), "ae:/9%"[Below(6)]);
+    return kWords[Below(std::size(kWords))];
 }
 
 Json::Value RandomValue(int depth) {
     const Json::Int64 ints[] = {0, 1, -1, 24, 64, INT_MAX, INT_MIN, Json::Int64(INT_MAX) + 1, Json::Int64(INT_MIN) - 1};
     Json::Value value(Below(2) ? Json::arrayValue : Json::objectValue);
-    switch (Below(depth > 3 ? 6 : 8)) {
-        case 0:
-            return Json::Value();
-        case 1:
-            return Below(2) == 0;
-        case 2:
-            return Json::Value(ints[Below(std::size(ints))]);
-        case 3:
-            return 1e300;
-        case 4:
-            return Word();
-        case 5:
-            return "ptr";
-        default:
-            for (size_t i = Below(4); i > 0; --i)
-                value.isArray() ? value.append(RandomValue(depth + 1)) : value[Word()] = RandomValue(depth + 1);
-            return value;
-    }
+    const size_t kind = Below(depth > 3 ? 6 : 8);
+    if (kind == 0) return Json::Value();
+    if (kind == 1) return Below(2) == 0;
+    if (kind == 2) return Json::Value(ints[Below(std::size(ints))]);
+    if (kind == 3) return 1e300;
+    if (kind == 4) return Word();
+    if (kind == 5) return "ptr";
+    for (size_t i = Below(4); i > 0; --i)
+        value.isArray() ? value.append(RandomValue(depth + 1)) : value[Word()] = RandomValue(depth + 1);
+    return value;
 }
 
 void Nodes(Json::Value& value, std::vector<Json::Value*>& out) {
@@ -133,23 +121,12 @@ void MutateTree(Json::Value& root) {
 }
 
 void MutateText(std::string& text) {
-    size_t at = Below(text.size() + 1);
-    switch (Below(5)) {
-        case 0:
-            if (at < text.size()) text[at] = static_cast<char>(Below(256));
-            return;
-        case 1:
-            text.insert(at, Bytes(1 + Below(8)));
-            return;
-        case 2:
-            text.erase(at, Below(64));
-            return;
-        case 3:
-            text.insert(at, std::string(100 + Below(3000), "[{"[Below(2)]));
-            return;
-        default:
-            text.resize(at);
-    }
+    const size_t at = Below(text.size() + 1), kind = Below(5);
+    if (kind == 0 && at < text.size()) text[at] = static_cast<char>(Below(256));
+    if (kind == 1) text.insert(at, Bytes(1 + Below(8)));
+    if (kind == 2) text.erase(at, Below(64));
+    if (kind == 3) text.insert(at, std::string(100 + Below(3000), "[{"[Below(2)]));
+    if (kind == 4) text.resize(at);
 }
 
 struct Input {
@@ -177,14 +154,11 @@ Input MakeInput(int index, const Json::Value& base) {
 std::string Quoted(const std::string& text) {
     std::string out = "$'";
     for (unsigned char c : text) {
-        if (c == '\'' || c == '\\') out += '\\';
-        if (c >= 0x20 && c < 0x7f) {
-            out += static_cast<char>(c);
-        } else {
-            out += "\\x";
-            out += "0123456789abcdef"[c >> 4];
-            out += "0123456789abcdef"[c & 15];
-        }
+        char hex[8];
+        std::snprintf(hex, sizeof hex, "\\x%02x", c);
+        out += c == '\'' || c == '\\'  ? std::string{'\\', static_cast<char>(c)}
+               : c >= 0x20 && c < 0x7f ? std::string(1, static_cast<char>(c))
+                                       : std::string(hex);
     }
     return out + "'";
 }
@@ -245,12 +219,7 @@ void Work(const std::vector<Input>& inputs, std::atomic<int>& next) {
 int main() {
     Json::Value base;
     std::istringstream baseText(kBaseScenario);
-    Json::CharReaderBuilder builder;
-    std::string errors;
-    if (!Json::parseFromStream(builder, baseText, &base, &errors)) {
-        std::cerr << "base scenario: " << errors;
-        return 1;
-    }
+    if (!Json::parseFromStream(Json::CharReaderBuilder(), baseText, &base, nullptr)) throw std::runtime_error("base scenario");
     std::vector<Input> inputs;
     for (int i = 0; i < kRuns; ++i) inputs.push_back(MakeInput(i, base));
 

@@ -13,28 +13,14 @@ using namespace tarnnetd;
 
 using Parser = std::function<bool(const Json::Value&, std::string&)>;
 
-bool Add(const Json::Value& r, std::string& e) {
-    AddRequest out;
-    return ParseAdd(r, out, e);
+// A request parser whose parsed request is thrown away.
+template <typename Out, bool (*Parse)(const Json::Value&, Out&, std::string&)>
+bool Check(const Json::Value& request, std::string& error) {
+    Out out;
+    return Parse(request, out, error);
 }
-bool Copy(const Json::Value& r, std::string& e) {
-    CopyRequest out;
-    return ParseCopy(r, out, e);
-}
-bool Slave(const Json::Value& r, std::string& e) {
-    SlaveRequest out;
-    return ParseSlave(r, out, e);
-}
-bool Refresh(const Json::Value& r, std::string& e) {
-    std::vector<Family> out;
-    return ParseRefresh(r, out, e);
-}
-
-struct RequestCase {
-    Parser parse;
-    const char* text;
-    const char* reason;  // "" when the request is valid
-};
+const Parser Add = Check<AddRequest, ParseAdd>, Copy = Check<CopyRequest, ParseCopy>, Slave = Check<SlaveRequest, ParseSlave>,
+             Refresh = Check<std::vector<Family>, ParseRefresh>;
 
 void ExpectParse(const Parser& parse, const Json::Value& request, const char* reason, const std::string& what) {
     std::string error;
@@ -79,7 +65,8 @@ TEST(Requests, AddIsCheckedMemberByMember) {
 }
 
 TEST(Requests, OtherChangesAreCheckedToo) {
-    const RequestCase cases[] = {
+    const std::tuple<Parser, const char*, const char*> cases[] = {
+        // parser, request, reason ("" when valid)
         {Add, R"({"type":"GTYPE_V6","ifname":"eth0","gateway":"fe80::1","dns":"2001:db8::53","priority":"0"})", ""},
         {Copy, R"({"type":"GTYPE_V4","interface_source":"eth0","interface_destination":"eth1"})", ""},
         {Copy, R"({"type":"GTYPE_V4","interface_source":"eth0","interface_destination":"eth1","interface_source_delete":1})",
@@ -89,7 +76,7 @@ TEST(Requests, OtherChangesAreCheckedToo) {
         {Refresh, R"({"type":"ALL"})", ""},
         {Refresh, R"({"type":"all"})", "GTYPE_V4, GTYPE_V6 or ALL"},
     };
-    for (const RequestCase& c : cases) ExpectParse(c.parse, Document(c.text), c.reason, c.text);
+    for (const auto& [parse, text, reason] : cases) ExpectParse(parse, Document(text), reason, text);
 }
 
 TEST(Requests, PriorityIsAPlainNonNegativeDecimalThatFits) {

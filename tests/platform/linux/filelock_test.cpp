@@ -1,10 +1,14 @@
-// The file lock between processes (two open files of one path conflict like two processes).
+// The file lock between processes (two open files of one path conflict like two processes), and
+// programs started without a shell: results follow the exit status, and a started program gets
+// nothing of the tool but what it is given.
 #include "linux/linux.h"
+#include "tarncore.h"
 #include "tarnnetwork.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <future>
 #include <thread>
@@ -68,6 +72,31 @@ TEST_F(Lock, UnlockIsHarmlessAndDestructionReleases) {
     FileLock existingOnly((dir_ / "other" / "lock").string(), false);
     EXPECT_FALSE(existingOnly.Lock());
     EXPECT_FALSE(fs::exists(dir_ / "other"));
+}
+
+TEST(Popen, FailuresAreNullAndTheStatusIsTheExitStatus) {
+    EXPECT_EQ(TLIBCPopen("/nonexistent/ifconfig", "r", "eth0", nullptr), nullptr);
+    EXPECT_EQ(TLIBCPopen("printf", "r", "x", nullptr), nullptr);  // a path, never a search
+    FILE* stream = TLIBCPopen("/bin/false", "r", nullptr);
+    ASSERT_NE(stream, nullptr);
+    EXPECT_EQ(TLIBCPclose(stream), 1);
+}
+
+TEST(Exec, ResultFollowsTheExitStatus) {
+    EXPECT_EQ(TLIBCExec("/bin/true", nullptr), 0);
+    EXPECT_EQ(TLIBCExec("/bin/false", nullptr), -1);
+    EXPECT_EQ(TLIBCExec("/nonexistent/openvpn.sh", "restart", nullptr), -1);
+    EXPECT_EQ(TLIBCExec("/bin/sh", "-c", "kill -TERM $$", nullptr), -1);
+}
+
+// A program started while the router lock is held must not hold the lock's file open, or the
+// lock would outlive the tool.
+TEST_F(Lock, ProgramGetsNoDescriptorOfTheTool) {
+    FileLock lock(path_, true);
+    ASSERT_TRUE(lock.Lock());
+    const char* script = "for fd in /proc/$$/fd/*; do [ \"$(readlink \"$fd\")\" = \"$1\" ] && exit 1; done; exit 0";
+    EXPECT_EQ(TLIBCExec("/bin/sh", "-c", script, "sh", path_.c_str(), nullptr), 0);
+    EXPECT_EQ(TLIBCExec("/bin/sh", "-c", "[ \"$1\" = \"$(readlink /proc/$$/fd/1)\" ]", "sh", "/dev/null", nullptr), 0);
 }
 
 }  // namespace

@@ -7,68 +7,44 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 namespace {
 
 namespace fs = std::filesystem;
 
-struct ValueCase {
-    const char* name;
-    const char* text;
-    std::optional<std::string> value;
-};
-
-void PrintTo(const ValueCase& c, std::ostream* os) { *os << c.name; }
-
-class Value : public ::testing::TestWithParam<ValueCase> {};
-
-TEST_P(Value, OfKey) { EXPECT_EQ(tarnlinux::ValueOf(GetParam().text, "ovpn_enable_ipv6"), GetParam().value); }
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, Value,
-    ::testing::Values(ValueCase{"Plain", "a=1\novpn_enable_ipv6=yes\n", "yes"},
-                      ValueCase{"QuotesRemoved", "ovpn_enable_ipv6=\"yes\"\n", "yes"},
-                      ValueCase{"InnerQuotesKept", "ovpn_enable_ipv6=\"a\"b\"\n", "a\"b"},
-                      ValueCase{"LoneQuoteKept", "ovpn_enable_ipv6=\"\n", "\""},
-                      ValueCase{"FirstMatchWins", "ovpn_enable_ipv6=no\novpn_enable_ipv6=yes\n", "no"},
-                      ValueCase{"CommentSkipped", "#ovpn_enable_ipv6=no\n  # ovpn_enable_ipv6=no\novpn_enable_ipv6=yes", "yes"},
-                      ValueCase{"BlanksAroundTrimmed", "\n\n  ovpn_enable_ipv6 = \"yes\" \r\n", "yes"},
-                      ValueCase{"EmptyValue", "ovpn_enable_ipv6=\n", ""},
-                      ValueCase{"ValueWithEquals", "ovpn_enable_ipv6=a=b\n", "a=b"},
-                      ValueCase{"LongerKeyIsAnother", "ovpn_enable_ipv6_x=yes\nx_ovpn_enable_ipv6=yes\n", std::nullopt},
-                      ValueCase{"NoEquals", "ovpn_enable_ipv6 yes\n", std::nullopt},
-                      ValueCase{"CaseMatters", "OVPN_ENABLE_IPV6=yes\n", std::nullopt}, ValueCase{"Empty", "", std::nullopt}),
-    [](const ::testing::TestParamInfo<ValueCase>& info) { return std::string(info.param.name); });
-
-struct LineCase {
-    const char* name;
-    const char* before;
-    const char* after;
-};
-
-void PrintTo(const LineCase& c, std::ostream* os) { *os << c.name; }
-
-class SetLine : public ::testing::TestWithParam<LineCase> {};
-
-TEST_P(SetLine, Text) {
-    EXPECT_EQ(tarnlinux::WithLine(GetParam().before, "server-ipv6", "server-ipv6 2001:db8:1::/64"), GetParam().after);
+TEST(KeyValue, ValueOfKey) {
+    const std::pair<const char*, std::optional<std::string>> cases[] = {
+        {"a=1\novpn_enable_ipv6=yes\n", "yes"},
+        {"ovpn_enable_ipv6=\"yes\"\n", "yes"},
+        {"ovpn_enable_ipv6=\"a\"b\"\n", "a\"b"},
+        {"ovpn_enable_ipv6=\"\n", "\""},
+        {"ovpn_enable_ipv6=no\novpn_enable_ipv6=yes\n", "no"},
+        {"#ovpn_enable_ipv6=no\n  # ovpn_enable_ipv6=no\novpn_enable_ipv6=yes", "yes"},
+        {"\n\n  ovpn_enable_ipv6 = \"yes\" \r\n", "yes"},
+        {"ovpn_enable_ipv6=\n", ""},
+        {"ovpn_enable_ipv6=a=b\n", "a=b"},
+        {"ovpn_enable_ipv6_x=yes\nx_ovpn_enable_ipv6=yes\n", std::nullopt},
+        {"ovpn_enable_ipv6 yes\n", std::nullopt},
+        {"OVPN_ENABLE_IPV6=yes\n", std::nullopt},
+        {"", std::nullopt},
+    };
+    for (const auto& [text, value] : cases) EXPECT_EQ(tarnlinux::ValueOf(text, "ovpn_enable_ipv6"), value) << text;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Cases, SetLine,
-    ::testing::Values(LineCase{"ReplacedInPlace", "dev tun0\nserver-ipv6 2001:db8::/64\nport 1194\n",
-                               "dev tun0\nserver-ipv6 2001:db8:1::/64\nport 1194\n"},
-                      LineCase{"EqualsAndTabAndLineEnd", "server-ipv6=x\n\tserver-ipv6\ty\nserver-ipv6\n",
-                               "server-ipv6 2001:db8:1::/64\nserver-ipv6 2001:db8:1::/64\nserver-ipv6 2001:db8:1::/64\n"},
-                      LineCase{"OtherWordsKept", "server-ipv6-x y\n#server-ipv6 y\nroute server-ipv6\n",
-                               "server-ipv6-x y\n#server-ipv6 y\nroute server-ipv6\nserver-ipv6 2001:db8:1::/64\n"},
-                      LineCase{"AppendedAfterUnendedLine", "port 1194", "port 1194\nserver-ipv6 2001:db8:1::/64\n"},
-                      LineCase{"AppendedToEmpty", "", "server-ipv6 2001:db8:1::/64\n"},
-                      LineCase{"UnendedLastLineStaysUnended", "port 1194\nserver-ipv6 x",
-                               "port 1194\nserver-ipv6 2001:db8:1::/64"},
-                      LineCase{"BlankLinesKept", "\n\nserver-ipv6 x\n\n", "\n\nserver-ipv6 2001:db8:1::/64\n\n"}),
-    [](const ::testing::TestParamInfo<LineCase>& info) { return std::string(info.param.name); });
+TEST(KeyValue, WithLine) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"dev tun0\nserver-ipv6 2001:db8::/64\nport 1194\n", "dev tun0\nserver-ipv6 new\nport 1194\n"},
+        {"server-ipv6=x\n\tserver-ipv6\ty\nserver-ipv6\n", "server-ipv6 new\nserver-ipv6 new\nserver-ipv6 new\n"},
+        {"server-ipv6-x y\n#server-ipv6 y\nroute server-ipv6\n",
+         "server-ipv6-x y\n#server-ipv6 y\nroute server-ipv6\nserver-ipv6 new\n"},
+        {"port 1194", "port 1194\nserver-ipv6 new\n"},
+        {"", "server-ipv6 new\n"},
+        {"port 1194\nserver-ipv6 x", "port 1194\nserver-ipv6 new"},
+        {"\n\nserver-ipv6 x\n\n", "\n\nserver-ipv6 new\n\n"},
+    };
+    for (const auto& [before, after] : cases)
+        EXPECT_EQ(tarnlinux::WithLine(before, "server-ipv6", "server-ipv6 new"), after) << before;
+}
 
 class KeyValueFile : public ::testing::Test {
 protected:
@@ -80,12 +56,7 @@ protected:
         std::ofstream(path_) << "dev tun0\nserver-ipv6 2001:db8::/64\nkey=\"0123456789\"\n";
     }
     void TearDown() override { fs::remove_all(dir_); }
-    std::string Content() const {
-        std::ifstream in(path_);
-        std::ostringstream text;
-        text << in.rdbuf();
-        return text.str();
-    }
+    std::string Content() const { return {std::istreambuf_iterator<char>(std::ifstream(path_).rdbuf()), {}}; }
     fs::path dir_;
     std::string path_;
 };

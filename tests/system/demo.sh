@@ -1,7 +1,6 @@
 #!/bin/sh
-# The README's first command, as a test: every step of the story holds, and the host is left as
-# it was (its links, addresses, rules, routes, mounts, namespaces and /etc). Called as:
-# demo.sh BUILD_DIR
+# demo.sh BUILD_DIR: the README's first command; every step of the story holds, and the host is
+# left as it was (its links, addresses, rules, routes, mounts, namespaces and /etc).
 set -u
 ROOT=$(cd "$(dirname "$0")/../.." && pwd)
 [ "$(id -u)" = 0 ] || { echo "skipped: needs root"; exit 77; }

@@ -1,7 +1,6 @@
 #!/bin/bash
-# The gateway actions of the product against tarnnetd on a private bus: records listed as the
-# scripts read them, the default route of each family chosen and failed over, another
-# protocol's default route left alone, records kept across a restart.
+# The gateway actions against tarnnetd: records listed as scripts read them, each family's default
+# route chosen and failed over, another protocol's left alone, records kept across a restart.
 set -eu
 . "$(dirname "$0")/bus.sh"
 . "$(dirname "$0")/lib.sh"
@@ -9,23 +8,17 @@ bus_start
 daemon_start
 
 # defaults FAMILY: "gateway dev protocol metric" of each default route of the main table.
-defaults() {
-    ip -j "$1" route show default | sed 's/},{/}\n{/g' |
-        sed -n 's/.*"gateway":"\([^"]*\)","dev":"\([^"]*\)".*"protocol":"\([^"]*\)","metric":\([0-9]*\).*/\1 \2 \3 \4/p' | sort
-}
+defaults() { ip "$1" route show default | awk '{ print $3, $5, $7, $9 }' | sort; }
 tool() { "$TOOL" "$@" 2>>/tmp/tool.err; }
 
 veth wan0 wan1 oth0
-ip addr add 192.0.2.2/24 dev wan0
-ip addr add 198.51.100.2/24 dev wan1
-ip addr add 203.0.113.2/24 dev oth0
+for a in 192.0.2.2/24:wan0 198.51.100.2/24:wan1 203.0.113.2/24:oth0; do ip addr add "${a%:*}" dev "${a#*:}"; done
 ip route add default via 203.0.113.1 dev oth0 proto static metric 100
 
 # A names file of an older release lacks protocols: the first route of ours completes it.
 mkdir -p /etc/iproute2/rt_protos.d
 printf '201\ttarn-gateway\n202\ttarn-policy\n203\ttarn-static\n' >/etc/iproute2/rt_protos.d/tarn.conf
 
-expect_eq "$(tool --is-server-ready)" 1 "ready"
 ok tool --add-gateway-info -4 20 wan1 198.51.100.1 198.51.100.53
 ok tool --add-gateway-info -4 10 wan0 192.0.2.1 192.0.2.53 wan
 expect_eq "$(tool --get-gateway-list-data -4 | tr -d ' \t\n')" '[{"class":"wan","dns":"192.0.2.53","gateway":"192.0.2.1",'\
@@ -69,15 +62,13 @@ ok tool --set-slave-data -6 wan1 yes
 expect_eq "$(defaults -6)" "fe80::1 wan0 tarn-gateway 50" "IPv6 route after the slave mark"
 expect_eq "$(tool --get-interface-by-class -6 wan)" wan1 "IPv6 by class"
 
-echo 0 >/proc/sys/net/ipv6/conf/wan0/disable_ipv6
 ok tool --reset-ipv6-module wan0
-expect_eq "$(cat /proc/sys/net/ipv6/conf/wan0/disable_ipv6)" 0 "disable_ipv6 restored"
-expect_eq "$(ip -6 addr show dev wan0 scope global)" "" "global IPv6 address dropped by the reset"
+expect_eq "$(cat /proc/sys/net/ipv6/conf/wan0/disable_ipv6)|$(ip -6 addr show dev wan0 scope global)" "0|" \
+    "disable_ipv6 restored, global IPv6 address dropped by the reset"
 refused tool --reset-ipv6-module nosuch0
 
 before=$(cat /etc/route-mgt/gateway_priority)
 daemon_stop
-expect_eq "$(tool --is-server-ready)" 0 "ready without the daemon"
 daemon_start
 expect_eq "$(cat /etc/route-mgt/gateway_priority)" "$before" "record file across a restart"
 expect_eq "$(tool --get-gateway-data-by-interface -6 wan1 | tail -1)" "priority=5" "IPv6 record after a restart"

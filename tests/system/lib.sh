@@ -42,29 +42,17 @@ ok() { "$@" || fail "$*: exit status $?"; }
 refused() { ! "$@" 2>/dev/null || fail "$* succeeded"; }
 
 # veth NAME...: each NAME with its peer NAMEp, both up (the kernel here has no dummy interfaces).
-veth() {
-    local name
-    for name; do
-        ip link add "$name" type veth peer name "${name}p"
-        ip link set "$name" up
-        ip link set "${name}p" up
-    done
-}
+veth() { local n; for n; do ip link add "$n" type veth peer name "${n}p" && ip link set "$n" up && ip link set "${n}p" up; done; }
 
 # device_ifconfig: /sbin/ifconfig becomes busybox's, which prints the device's "inet addr:" form.
 device_ifconfig() {
     local busybox
     busybox=$(command -v busybox) || skip "no busybox"
-    if [ -e /sbin/ifconfig ]; then mount --bind "$busybox" /sbin/ifconfig; else
-        private_dir "$(readlink -f /sbin)"
-        ln -s "$busybox" /sbin/ifconfig
-    fi
+    [ ! -e /sbin/ifconfig ] || { mount --bind "$busybox" /sbin/ifconfig; return; }
+    private_dir "$(readlink -f /sbin)"
+    ln -s "$busybox" /sbin/ifconfig
 }
 
 # routing_state: rules and routes of both families but the kernel's own, which come and go with
 # IPv6 link-local addresses; what a rerun of an action must leave as it was.
-routing_state() {
-    ip rule; ip -6 rule
-    ip route show table all | grep -v ' proto kernel' || true
-    ip -6 route show table all | grep -v ' proto kernel' || true
-}
+routing_state() { ip rule; ip -6 rule; { ip route show table all; ip -6 route show table all; } | grep -v ' proto kernel' || true; }

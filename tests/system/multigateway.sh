@@ -1,8 +1,7 @@
 #!/bin/bash
-# The four multi-gateway actions end to end: the WAN list from tarnnetd, the addresses from the
-# device's ifconfig (an IP alias on wan1 included), the routing in the kernel. Traffic from each
-# WAN address leaves by its own WAN, a rerun changes nothing, and disabling takes the WAN
-# tables' default routes away while the source rules stay.
+# The multi-gateway actions end to end: WANs from tarnnetd, addresses from the device's ifconfig
+# (an IP alias on wan1 included). Traffic from each WAN address leaves by its own WAN, a rerun
+# changes nothing, disabling takes the WAN tables' default routes away but the source rules stay.
 set -eu
 . "$(dirname "$0")/bus.sh"
 . "$(dirname "$0")/lib.sh"
@@ -14,12 +13,10 @@ via() { ip "$1" route get "$3" from "$2" | sed -n 's/.* via \([^ ]*\) dev \([^ ]
 enable() { ok "$TOOL" --enable-multi-gateway; ok "$TOOL" --enable-multi-gateway-v6; }
 
 veth wan1 wan2 lan0
-ip addr add 198.51.100.2/25 dev wan1
 ip addr add 192.0.2.50/24 dev wan1 label wan1:1
-ip addr add 203.0.113.2/25 dev wan2
-ip addr add 2001:db8:1::2/64 dev wan1 nodad
-ip addr add 2001:db8:2::2/64 dev wan2 nodad
-ip addr add 198.51.100.200/25 dev lan0
+for a in 198.51.100.2/25:wan1 203.0.113.2/25:wan2 2001:db8:1::2/64:wan1 2001:db8:2::2/64:wan2 198.51.100.200/25:lan0; do
+    ip addr add "${a%:*}" dev "${a##*:}" nodad
+done
 ok "$TOOL" --add-gateway-info -4 1 wan1 198.51.100.1 198.51.100.1 wan
 ok "$TOOL" --add-gateway-info -4 2 wan2 203.0.113.1 203.0.113.1 wan
 ok "$TOOL" --add-gateway-info -4 3 lan0 198.51.100.129 198.51.100.129 lan

@@ -1,16 +1,12 @@
 #!/bin/bash
-# Policy route tables through the product, both families: two WANs with their own gateways and a
-# LAN; traffic from each WAN's addresses leaves through that WAN, the LAN's through main,
-# connected networks stay direct, reruns leave the kernel as it was, others' rules and routes stay.
+# Policy route tables, both families: traffic from each of two WANs' addresses leaves through it, the
+# LAN's through main, connected networks direct; reruns change nothing; others' rules stay.
 set -eu
 . "$(dirname "$0")/lib.sh"
 
 # converges ARGS...: the tool succeeds, and two more runs leave the kernel as the first left it.
 converges() {
-    ok "$TOOL" "$@"
-    first=$(routing_state)
-    ok "$TOOL" "$@"
-    ok "$TOOL" "$@"
+    ok "$TOOL" "$@"; first=$(routing_state); ok "$TOOL" "$@"; ok "$TOOL" "$@"
     expect_eq "$(routing_state)" "$first" "kernel after rerunning $*"
 }
 # route_from FAMILY SOURCE DESTINATION EXPECTED: `ip route get` from SOURCE holds EXPECTED.

@@ -8,8 +8,7 @@ mkdir -p /etc/route-mgt
 ours() { ip route show proto tarn-static; ip -6 route show proto tarn-static; }
 # refresh STATUS [FAMILY]: --refresh-static-route-rules ends with STATUS; two more runs change nothing.
 refresh() {
-    local want=$1 first
-    shift
+    local want=$1 first; shift
     expect_eq "$(status "$TOOL" --refresh-static-route-rules "$@")" "$want" "refresh $*"
     first=$(routing_state)
     expect_eq "$(status "$TOOL" --refresh-static-route-rules "$@")$(status "$TOOL" --refresh-static-route-rules "$@")" \

@@ -1,10 +1,7 @@
-# Sourced by system tests that need the network daemon, BEFORE lib.sh, with the daemon binary
-# as the third argument: <test>.sh TOOL PROBE TARNNETD
-#   . "$(dirname "$0")/bus.sh"; . "$(dirname "$0")/lib.sh"; bus_start; daemon_start
-# bus_start runs a private system bus (dbus-daemon with our policy) inside the test's
-# namespaces and exports DBUS_SYSTEM_BUS_ADDRESS; daemon_start / daemon_stop start and stop
-# tarnnetd; both are stopped by process id when the test exits.
-# The binary and the policy are opened now, before lib.sh may hide them under a private /tmp.
+# Sourced BEFORE lib.sh by system tests that need the daemon (<test>.sh TOOL PROBE TARNNETD):
+# bus_start runs a private system bus with our policy in the test's namespaces, daemon_start /
+# daemon_stop start and stop tarnnetd; both end by process id when the test exits. The daemon and
+# the policy are opened now, before lib.sh hides them under a private /tmp.
 . "$(dirname "${BASH_SOURCE[0]}")/../../scripts/private-bus.sh"
 exec 6<"$3" 7<"$(dirname "${BASH_SOURCE[0]}")/../../tarnnetd/net.tarn.Netd1.conf"
 BUS_DIR=/run/tarn-test-bus
@@ -15,32 +12,20 @@ DAEMON_LOG=/tmp/tarnnetd.log
 export DBUS_SYSTEM_BUS_ADDRESS=unix:path=$BUS_DIR/socket
 
 # wait_for TRIES COMMAND...: runs COMMAND every 0.1 s until it succeeds; false after TRIES.
-wait_for() {
-    local tries=$1
-    shift
-    while ! "$@" >/dev/null 2>&1; do
-        tries=$((tries - 1))
-        [ "$tries" -gt 0 ] || return 1
-        sleep 0.1
-    done
-}
+wait_for() { local i; for i in $(seq "$1"); do "${@:2}" >/dev/null 2>&1 && return; sleep 0.1; done; return 1; }
 
 bus_start() {
-    local program
-    for program in dbus-daemon busctl; do
-        command -v "$program" >/dev/null || skip "no $program"
-    done
+    command -v dbus-daemon >/dev/null && command -v busctl >/dev/null || skip "no dbus-daemon or busctl"
     mkdir -p "$BUS_DIR/system.d"
     cp /proc/self/fd/7 "$BUS_DIR/system.d/net.tarn.Netd1.conf"
     cp /proc/self/fd/6 "$DAEMON"
-    chmod 755 "$DAEMON"
+    chmod 755 "$DAEMON" "$BUS_DIR"
     exec 6<&- 7<&-
     private_bus_config "$BUS_DIR/socket" "$BUS_DIR/system.d" >"$BUS_DIR/bus.conf"
     dbus-daemon --nofork --nopidfile --config-file="$BUS_DIR/bus.conf" 2>>/tmp/bus.log &
     BUS_PID=$!
     trap bus_stop EXIT
     wait_for 50 test -S "$BUS_DIR/socket" || fail "no private bus"
-    chmod 755 "$BUS_DIR"
 }
 
 # daemon_start [ARG...]: starts tarnnetd and waits until it answers.
@@ -51,16 +36,16 @@ daemon_start() {
         fail "tarnnetd not ready: $(cat "$DAEMON_LOG")"
 }
 
-# daemon_stop [SIGNAL]: stops tarnnetd (SIGTERM unless given) and waits for its end.
+# daemon_stop [SIGNAL]: stops tarnnetd (SIGTERM unless given); its exit status is in STOPPED.
 daemon_stop() {
+    STOPPED=0
     [ -n "$DAEMON_PID" ] || return 0
     kill -"${1:-TERM}" "$DAEMON_PID" 2>/dev/null || true
-    wait "$DAEMON_PID" 2>/dev/null || true
+    wait "$DAEMON_PID" 2>/dev/null || STOPPED=$?
     DAEMON_PID=
 }
 
 bus_stop() {
     daemon_stop
-    [ -n "$BUS_PID" ] && kill "$BUS_PID" 2>/dev/null && wait "$BUS_PID" 2>/dev/null
-    BUS_PID=
+    [ -z "$BUS_PID" ] || { kill "$BUS_PID" 2>/dev/null && wait "$BUS_PID" 2>/dev/null; } || true
 }

@@ -1,35 +1,27 @@
-# Sourced by every system test, called as: <test>.sh TOOL PROBE; source other helpers before it,
-# since its private /tmp hides a checkout under /tmp.
-# Re-runs the test as root inside network and mount namespaces of its own, with a private
-# /tmp, /run and /etc, so that nothing it creates reaches the host; exits 77 (skipped) where that is not
-# possible.
-SKIP=77
+# Sourced by every system test (<test>.sh TOOL PROBE), after any other helper: its private /tmp
+# hides a checkout under /tmp. Re-runs the test as root in network and mount namespaces of its
+# own with a private /tmp, /run and /etc, so that nothing reaches the host; else exits 77 (skipped).
 TOOL=$1
 PROBE=$2
-
-skip() {
-    echo "skipped: $*"
-    exit $SKIP
-}
-
+skip() { echo "skipped: $*"; exit 77; }
+fail() { echo "FAIL: $*" >&2; exit 1; }
 if [ -z "${TARN_IN_NAMESPACES:-}" ]; then
     [ "$(id -u)" = 0 ] || skip "needs root"
-    command -v unshare >/dev/null || skip "no unshare"
-    command -v ip >/dev/null || skip "no ip"
+    command -v unshare >/dev/null && command -v ip >/dev/null || skip "no unshare or ip"
     unshare --net --mount true 2>/dev/null || skip "namespaces not permitted here"
     TARN_IN_NAMESPACES=1 exec unshare --net --mount --propagation private "$0" "$@"
 fi
-# The private /tmp may hide the binaries (a build under /tmp), so they are copied into it
-# through descriptors opened before the mount.
+# The binaries are copied through descriptors opened before the private /tmp hides them.
 exec 8<"$TOOL" 9<"$PROBE"
 mount -t tmpfs tarn-test /tmp
 mkdir /tmp/bin
-cp /proc/self/fd/8 /tmp/bin/tarnnetdtool
-cp /proc/self/fd/9 /tmp/bin/platform_probe
-chmod 755 /tmp/bin/tarnnetdtool /tmp/bin/platform_probe
+TOOL=/tmp/bin/tarnnetdtool
+PROBE=/tmp/bin/platform_probe
+cp /proc/self/fd/8 $TOOL
+cp /proc/self/fd/9 $PROBE
+chmod 755 $TOOL $PROBE
 exec 8<&- 9<&-
-# private_dir DIR: DIR (which must exist) reads as the host's but takes writes into an overlay
-# that ends with the namespace; once is enough.
+# private_dir DIR: DIR reads as the host's but takes writes into an overlay that ends with us.
 private_dir() {
     local name
     name=$(echo "$1" | tr / _)
@@ -39,45 +31,28 @@ private_dir() {
 }
 private_dir /etc
 mount -t tmpfs tarn-run /run
-TOOL=/tmp/bin/tarnnetdtool
-PROBE=/tmp/bin/platform_probe
 ip link set lo up
 
-fail() {
-    echo "FAIL: $*" >&2
-    exit 1
-}
+expect_eq() { [ "$1" = "$2" ] || fail "$3: expected [$2], got [$1]"; }
+# holds TEXT PART WHAT: TEXT contains PART.
+holds() { case "$1" in *"$2"*) ;; *) fail "$3: expected [$2] in [$1]" ;; esac; }
+# status COMMAND...: prints COMMAND's exit status, its output dropped.
+status() { local s=0; "$@" >/dev/null 2>&1 || s=$?; echo $s; }
+ok() { "$@" || fail "$*: exit status $?"; }
+refused() { ! "$@" 2>/dev/null || fail "$* succeeded"; }
 
-# expect_eq ACTUAL EXPECTED WHAT
-expect_eq() {
-    [ "$1" = "$2" ] || fail "$3: expected [$2], got [$1]"
-}
+# veth NAME...: each NAME with its peer NAMEp, both up (the kernel here has no dummy interfaces).
+veth() { local n; for n; do ip link add "$n" type veth peer name "${n}p" && ip link set "$n" up && ip link set "${n}p" up; done; }
 
-# veth NAME: NAME and its peer NAMEp, both up (the kernel here has no dummy interfaces).
-veth() {
-    ip link add "$1" type veth peer name "$1p"
-    ip link set "$1" up
-    ip link set "$1p" up
-}
-
-# device_ifconfig: /sbin/ifconfig becomes busybox's, which prints the device's "inet addr:" form
-# (on a host without net-tools the file is made in an overlay).
+# device_ifconfig: /sbin/ifconfig becomes busybox's, which prints the device's "inet addr:" form.
 device_ifconfig() {
     local busybox
     busybox=$(command -v busybox) || skip "no busybox"
-    if [ -e /sbin/ifconfig ]; then
-        mount --bind "$busybox" /sbin/ifconfig
-    else
-        private_dir "$(readlink -f /sbin)"
-        ln -s "$busybox" /sbin/ifconfig
-    fi
+    [ ! -e /sbin/ifconfig ] || { mount --bind "$busybox" /sbin/ifconfig; return; }
+    private_dir "$(readlink -f /sbin)"
+    ln -s "$busybox" /sbin/ifconfig
 }
 
-# routing_state: the rules and routes of both families but the kernel's own, which come and go
-# with IPv6 link-local addresses; what a rerun of an action must leave as it was.
-routing_state() {
-    ip rule
-    ip -6 rule
-    ip route show table all | grep -v ' proto kernel' || true
-    ip -6 route show table all | grep -v ' proto kernel' || true
-}
+# routing_state: rules and routes of both families but the kernel's own, which come and go with
+# IPv6 link-local addresses; what a rerun of an action must leave as it was.
+routing_state() { ip rule; ip -6 rule; { ip route show table all; ip -6 route show table all; } | grep -v ' proto kernel' || true; }

@@ -1,6 +1,5 @@
-// Runs one call of the Linux platform from the command line, for the system tests:
-//   probe lock PATH HOLD_MS | setline PATH KEY LINE | popen PROGRAM [ARG...] |
-//   exec PROGRAM [ARG...] | aliases IFNAME
+// One call of the Linux platform from the command line, for the system tests:
+//   probe lock PATH HOLD_MS | setline PATH KEY LINE | popen|exec PROGRAM [ARG...] | aliases IFNAME
 // Exit status 0 when the call succeeded, 255 (with one line on standard error) otherwise.
 #include "tarncore.h"
 #include "tarnnetsdk.h"
@@ -9,32 +8,18 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
 
 namespace {
 
-constexpr int kFail = 255;
-constexpr size_t kMaxProgramArgs = 6;
-
 int Fail(const char* message) {
     std::fprintf(stderr, "probe: %s\n", message);
-    return kFail;
+    return 255;
 }
 
-// The program arguments padded with null pointers; the first null ends them for the callee.
-std::vector<const char*> ProgramArgs(int argc, char** argv) {
-    std::vector<const char*> args(argv + 3, argv + argc);
-    args.resize(kMaxProgramArgs + 1, nullptr);
-    return args;
-}
-
-int Lock(const char* path, const char* holdText) {
-    char* end = nullptr;
-    long holdMs = std::strtol(holdText, &end, 10);
-    if (*holdText == '\0' || *end != '\0' || holdMs < 0) return Fail("HOLD_MS must be a number of milliseconds");
+int Lock(const char* path, long holdMs) {
     tarnnetwork::utils::FileLock lock(path, true);
     auto start = std::chrono::steady_clock::now();
     if (!lock.Lock()) return Fail("lock not taken");
@@ -46,18 +31,15 @@ int Lock(const char* path, const char* holdText) {
     return 0;
 }
 
-int Popen(int argc, char** argv) {
-    std::vector<const char*> a = ProgramArgs(argc, argv);
-    FILE* stream = TLIBCPopen(argv[2], "r", a[0], a[1], a[2], a[3], a[4], a[5], a[6]);
-    if (stream == nullptr) return Fail("program not started");
-    char line[1024];
-    while (std::fgets(line, sizeof line, stream) != nullptr) std::fputs(line, stdout);
-    return TLIBCPclose(stream) == 0 ? 0 : Fail("program failed");
-}
-
-int Exec(int argc, char** argv) {
-    std::vector<const char*> a = ProgramArgs(argc, argv);
-    return TLIBCExec(argv[2], a[0], a[1], a[2], a[3], a[4], a[5], a[6]) == 0 ? 0 : Fail("program failed");
+// PROGRAM with up to six arguments, padded with null pointers; the first null ends them.
+int Run(bool stream, int argc, char** argv) {
+    std::vector<const char*> a(argv + 3, argv + argc);
+    a.resize(7, nullptr);
+    if (!stream) return TLIBCExec(argv[2], a[0], a[1], a[2], a[3], a[4], a[5], a[6]) == 0 ? 0 : Fail("program failed");
+    FILE* out = TLIBCPopen(argv[2], "r", a[0], a[1], a[2], a[3], a[4], a[5], a[6]);
+    if (out == nullptr) return Fail("program not started");
+    for (int c; (c = std::fgetc(out)) != EOF;) std::putchar(c);
+    return TLIBCPclose(out) == 0 ? 0 : Fail("program failed");
 }
 
 int Aliases(const char* ifname) {
@@ -73,10 +55,9 @@ int Aliases(const char* ifname) {
 
 int main(int argc, char** argv) {
     std::string call = argc > 1 ? argv[1] : "";
-    if (call == "lock" && argc == 4) return Lock(argv[2], argv[3]);
+    if (call == "lock" && argc == 4) return Lock(argv[2], std::strtol(argv[3], nullptr, 10));
     if (call == "setline" && argc == 5) return TLIBCFileSetLine(argv[2], argv[3], argv[4], 0) > 0 ? 0 : Fail("not set");
-    if ((call == "popen" || call == "exec") && argc >= 3 && static_cast<size_t>(argc - 3) <= kMaxProgramArgs)
-        return call == "popen" ? Popen(argc, argv) : Exec(argc, argv);
+    if ((call == "popen" || call == "exec") && argc >= 3 && argc <= 9) return Run(call == "popen", argc, argv);
     if (call == "aliases" && argc == 3) return Aliases(argv[2]);
-    return Fail("usage: probe lock PATH HOLD_MS | setline PATH KEY LINE | popen|exec PROGRAM [ARG...] | aliases IFNAME");
+    return Fail("usage: lock PATH HOLD_MS | setline PATH KEY LINE | popen|exec PROGRAM [ARG...] | aliases IFNAME");
 }

@@ -1,53 +1,28 @@
-#!/bin/sh
-# Policy route tables through the product, for both families: two WANs with their own gateways
-# and a LAN; traffic from each WAN's addresses leaves through that WAN, the LAN's through main,
-# connected networks stay direct, reruns leave the kernel as it was, others' rules and routes stay.
+#!/bin/bash
+# Policy route tables, both families: traffic from each of two WANs' addresses leaves through it, the
+# LAN's through main, connected networks direct; reruns change nothing; others' rules stay.
 set -eu
 . "$(dirname "$0")/lib.sh"
 
-# converges ACTION ARGS...: succeeds, and two more runs leave the kernel as the first left it.
+# converges ARGS...: the tool succeeds, and two more runs leave the kernel as the first left it.
 converges() {
-    "$TOOL" "$@" || fail "$*: exit status $?"
-    first=$(routing_state)
-    "$TOOL" "$@" || fail "$* (second run): exit status $?"
-    "$TOOL" "$@" || fail "$* (third run): exit status $?"
+    ok "$TOOL" "$@"; first=$(routing_state); ok "$TOOL" "$@"; ok "$TOOL" "$@"
     expect_eq "$(routing_state)" "$first" "kernel after rerunning $*"
 }
-
-# holds TEXT EXPECTED WHAT: TEXT contains EXPECTED.
-holds() {
-    case "$1" in
-    *"$2"*) ;;
-    *) fail "$3: expected [$2] in [$1]" ;;
-    esac
-}
-
 # route_from FAMILY SOURCE DESTINATION EXPECTED: `ip route get` from SOURCE holds EXPECTED.
-route_from() {
-    holds "$(ip "$1" route get "$3" from "$2" | head -n 1)" "$4" "route to $3 from $2"
-}
+route_from() { holds "$(ip "$1" route get "$3" from "$2" | head -n 1)" "$4" "route to $3 from $2"; }
+rules() { ip "$fam" rule | grep -c "$1" || true; }
 
 # No link-local addresses: their late arrival would change the tables between runs.
 echo 1 >/proc/sys/net/ipv6/conf/default/addr_gen_mode
-veth wan1
-veth wan2
-veth lan0
-
-# family wan1 wan1-gw wan2 wan2-alias wan2-gw lan far-host connected-host ip-of-a-rule mask-of-it
-for row in \
-    "-4 192.0.2.10/26 192.0.2.1 192.0.2.70/26 192.0.2.71/26 192.0.2.65 198.51.100.1/24 203.0.113.200 198.51.100.50 203.0.113.0 255.255.255.128 203.0.113.0/25" \
-    "-6 2001:db8:1::10/64 2001:db8:1::1 2001:db8:2::10/64 2001:db8:2::11/64 2001:db8:2::1 2001:db8:3::1/64 2001:db8:ff::9 2001:db8:3::50 2001:db8:ff:1:: 64 2001:db8:ff:1::/64"; do
-    # shellcheck disable=SC2086
-    set -- $row
-    fam=$1 wan1net=$2 wan1gw=$3 wan2net=$4 aliasnet=$5 wan2gw=$6 lannet=$7 far=$8 near=$9
-    shift 9
-    ruleip=$1 rulemask=$2 ruledst=$3
+veth wan1 wan2 lan0
+# family nodad wan1/len wan1-gw wan2/len alias/len wan2-gw lan/len far-host connected-host rule-ip rule-mask rule-dst
+while read -r -u 3 fam nd wan1net wan1gw wan2net aliasnet wan2gw lannet far near ruleip rulemask ruledst; do
     wan1=${wan1net%/*} wan2=${wan2net%/*} alias=${aliasnet%/*} lan=${lannet%/*}
-    for a in "$wan1net wan1" "$wan2net wan2" "$aliasnet wan2" "$lannet lan0"; do
-        # shellcheck disable=SC2086
-        set -- $a
-        if [ "$fam" = -6 ]; then ip addr add "$1" dev "$2" nodad; else ip addr add "$1" dev "$2"; fi
-    done
+    ip addr add "$wan1net" dev wan1 ${nd#-}
+    ip addr add "$wan2net" dev wan2 ${nd#-}
+    ip addr add "$aliasnet" dev wan2 ${nd#-}
+    ip addr add "$lannet" dev lan0 ${nd#-}
     ip "$fam" route add default via "$wan1gw" dev wan1
     ip "$fam" rule add from "$near" lookup 100 pref 20100
 
@@ -58,19 +33,18 @@ for row in \
     converges --enable-route-table "$fam" wan2 "$wan2,$alias"
     ip "$fam" route add "$near" dev wan1 table wan1
     converges --enable-route-table "$fam" wan2 "$wan2,$alias"
-
     route_from "$fam" "$wan2" "$far" "via $wan2gw dev wan2 table wan2"
     route_from "$fam" "$alias" "$far" "via $wan2gw dev wan2 table wan2"
     route_from "$fam" "$wan1" "$far" "via $wan1gw dev wan1 table wan1"
     route_from "$fam" "$lan" "$far" "via $wan1gw dev wan1 "
     route_from "$fam" "$wan2" "$near" "$near from $wan2 dev lan0 "
-    holds "$(ip "$fam" route show table wan2 "$ruledst")" "$ruledst via $wan2gw dev wan2 proto tarn-policy" "stored rule in table wan2"
-    expect_eq "$(ip "$fam" rule | grep -c 'lookup main suppress_prefixlength 0 proto tarn-policy')" 1 "suppress rules"
-    expect_eq "$(ip "$fam" rule | grep -c "from $alias lookup wan2 proto tarn-policy")" 1 "alias rule"
+    holds "$(ip "$fam" route show table wan2 "$ruledst")" "$ruledst via $wan2gw dev wan2 proto tarn-policy" "stored rule"
+    expect_eq "$(rules 'lookup main suppress_prefixlength 0 proto tarn-policy')" 1 "suppress rules"
+    expect_eq "$(rules "from $alias lookup wan2 proto tarn-policy")" 1 "alias rule"
 
     converges --refresh-route-table "$fam" wan2 "$wan2,$alias"
     converges --refresh-route-table "$fam" wan2 "$wan2"
-    expect_eq "$(ip "$fam" rule | grep -c "from $alias ")" 0 "rule of the address no longer in the source"
+    expect_eq "$(rules "from $alias ")" 0 "rule of the address no longer in the source"
     route_from "$fam" "$wan2" "$far" "via $wan2gw dev wan2 table wan2"
 
     converges --del-policy-route-rule "$fam" multi-gateway wan2
@@ -79,29 +53,22 @@ for row in \
     route_from "$fam" "$wan2" "$far" "via $wan1gw dev wan1 "
 
     converges --disable-route-table "$fam" wan2
-    expect_eq "$(ip "$fam" rule | grep -c 'lookup wan2')" 0 "rules of a disabled table"
-    expect_eq "$(ip "$fam" rule | grep -c "from $wan1 lookup wan1 proto tarn-policy")" 1 "rule of the other table"
-    expect_eq "$(ip "$fam" rule | grep -c "from $near lookup 100")" 1 "rule of another protocol in our band"
+    expect_eq "$(rules 'lookup wan2')" 0 "rules of a disabled table"
+    expect_eq "$(rules "from $wan1 lookup wan1 proto tarn-policy")" 1 "rule of the other table"
+    expect_eq "$(rules "from $near lookup 100")" 1 "rule of another protocol in our band"
     holds "$(ip "$fam" route show table wan1 "$near")" "$near dev wan1" "route of another protocol in our table"
 
     # Invalid input and an interface that is not there change nothing.
-    before=$(routing_state)
-    state=$(cat /etc/route-mgt/policy-route)
-    for bad in \
-        "--add-policy-route-rule $fam x wan1 $ruleip 255.0.255.0 $wan1gw" \
-        "--enable-route-table $fam wan1 $wan1,nonsense" \
-        "--enable-route-table $fam nosuch0 $wan1"; do
-        status=0
-        # shellcheck disable=SC2086
-        "$TOOL" $bad 2>/dev/null || status=$?
-        expect_eq "$status" 255 "exit status of $bad"
-    done
-    expect_eq "$(routing_state)" "$before" "kernel after refused calls"
-    expect_eq "$(cat /etc/route-mgt/policy-route)" "$state" "state after refused calls"
-    ip addr flush dev wan1
-    ip addr flush dev wan2
-    ip addr flush dev lan0
-done
+    before=$(routing_state; cat /etc/route-mgt/policy-route)
+    expect_eq "$(status "$TOOL" --add-policy-route-rule "$fam" x wan1 "$ruleip" 255.0.255.0 "$wan1gw")" 255 "bad mask"
+    expect_eq "$(status "$TOOL" --enable-route-table "$fam" wan1 "$wan1,nonsense")" 255 "bad source"
+    expect_eq "$(status "$TOOL" --enable-route-table "$fam" nosuch0 "$wan1")" 255 "missing interface"
+    expect_eq "$(routing_state; cat /etc/route-mgt/policy-route)" "$before" "kernel and state after refused calls"
+    ip addr flush dev wan1; ip addr flush dev wan2; ip addr flush dev lan0
+done 3<<'ROWS'
+-4 - 192.0.2.10/26 192.0.2.1 192.0.2.70/26 192.0.2.71/26 192.0.2.65 198.51.100.1/24 203.0.113.200 198.51.100.50 203.0.113.0 255.255.255.128 203.0.113.0/25
+-6 nodad 2001:db8:1::10/64 2001:db8:1::1 2001:db8:2::10/64 2001:db8:2::11/64 2001:db8:2::1 2001:db8:3::1/64 2001:db8:ff::9 2001:db8:3::50 2001:db8:ff:1:: 64 2001:db8:ff:1::/64
+ROWS
 
 # The interface's rules come back with its table after it went away.
 ip link del wan1

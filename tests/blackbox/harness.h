@@ -3,6 +3,8 @@
 #ifndef TESTS_BLACKBOX_HARNESS_H
 #define TESTS_BLACKBOX_HARNESS_H
 
+#include "blackbox/tempdir.h"
+
 #include <gtest/gtest.h>
 #include <json/reader.h>
 #include <json/writer.h>
@@ -40,25 +42,6 @@ struct Run {
     Millis took{0};
     std::vector<Json::Value> journal;  // syslog texts as "tarnnetdtool:N <message>" (RunSim only)
     std::vector<int> logLines;         // the line numbers taken out of the syslog texts
-};
-
-// A fresh directory under the temporary directory, removed with its contents.
-class TempDir {
-public:
-    TempDir() : path_((std::filesystem::temp_directory_path() / "tarntest-XXXXXX").string()) {
-        if (mkdtemp(path_.data()) == nullptr) throw std::runtime_error(std::string("mkdtemp: ") + std::strerror(errno));
-    }
-    ~TempDir() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
-    std::string operator/(const std::string& name) const { return path_ + "/" + name; }
-    const std::string& Path() const { return path_; }
-
-private:
-    std::string path_;
 };
 
 inline std::string ReadFile(const std::string& path) {

@@ -2,6 +2,8 @@
 // cannot read is kept aside, never overwritten.
 #include "store.h"
 
+#include "blackbox/tempdir.h"
+
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -15,14 +17,6 @@ using namespace tarnnetd;
 
 class Store : public ::testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern = (fs::temp_directory_path() / "tarnnetd-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        dir_ = pattern;
-        path_ = (dir_ / "route-mgt" / "gateway_priority").string();
-    }
-    void TearDown() override { fs::remove_all(dir_); }
-
     void Write(const std::string& text) {
         fs::create_directories(fs::path(path_).parent_path());
         std::ofstream(path_) << text;
@@ -41,8 +35,9 @@ protected:
         return records;
     }
 
-    fs::path dir_;
-    std::string path_;
+    blackbox::TempDir tmp_;
+    fs::path dir_{tmp_.Path()};
+    std::string path_{(dir_ / "route-mgt" / "gateway_priority").string()};
 };
 
 TEST_F(Store, MissingFileIsAnEmptySetAndNothingIsCreated) {

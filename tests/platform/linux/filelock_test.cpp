@@ -1,6 +1,7 @@
 // The file lock between processes (two open files of one path conflict like two processes), and
 // programs started without a shell: results follow the exit status, and a started program gets
 // nothing of the tool but what it is given.
+#include "blackbox/tempdir.h"
 #include "linux/linux.h"
 #include "tarncore.h"
 #include "tarnnetwork.h"
@@ -21,13 +22,6 @@ using tarnnetwork::utils::FileLock;
 
 class Lock : public ::testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern = (fs::temp_directory_path() / "tarnlock-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        dir_ = pattern;
-        path_ = (dir_ / "lock" / "lock_ipv6_router").string();
-    }
-    void TearDown() override { fs::remove_all(dir_); }
     // Whether another opener gets the lock within `limit`, and how long it tried.
     std::pair<bool, std::chrono::steady_clock::duration> TryFor(std::chrono::milliseconds limit) const {
         tarnlinux::Fd fd(open(path_.c_str(), O_RDONLY | O_CLOEXEC));
@@ -35,8 +29,9 @@ protected:
         bool taken = fd.Get() >= 0 && tarnlinux::FlockWithin(fd.Get(), limit);
         return {taken, std::chrono::steady_clock::now() - start};
     }
-    fs::path dir_;
-    std::string path_;
+    blackbox::TempDir tmp_;
+    fs::path dir_{tmp_.Path()};
+    std::string path_{(dir_ / "lock" / "lock_ipv6_router").string()};
 };
 
 TEST_F(Lock, WaiterGivesUpAtItsLimitAndGetsItFromAShortHolder) {

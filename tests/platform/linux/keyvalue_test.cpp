@@ -1,4 +1,5 @@
 // Key/value files: lookups, line rewrites, and what a rewrite keeps of the file.
+#include "blackbox/tempdir.h"
 #include "linux/linux.h"
 #include "tarncore.h"
 
@@ -49,16 +50,12 @@ TEST(KeyValue, WithLine) {
 class KeyValueFile : public ::testing::Test {
 protected:
     void SetUp() override {
-        std::string pattern = (fs::temp_directory_path() / "tarnkv-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        dir_ = pattern;
-        path_ = (dir_ / "openvpn.conf").string();
         std::ofstream(path_) << "dev tun0\nserver-ipv6 2001:db8::/64\nkey=\"0123456789\"\n";
     }
-    void TearDown() override { fs::remove_all(dir_); }
     std::string Content() const { return {std::istreambuf_iterator<char>(std::ifstream(path_).rdbuf()), {}}; }
-    fs::path dir_;
-    std::string path_;
+    blackbox::TempDir tmp_;
+    fs::path dir_{tmp_.Path()};
+    std::string path_{(dir_ / "openvpn.conf").string()};
 };
 
 TEST_F(KeyValueFile, ValueFitsOrFails) {

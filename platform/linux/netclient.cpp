@@ -1,11 +1,12 @@
-// NetClient on Linux: the network daemon tarnnetd over the D-Bus system bus (sd-bus), one
-// connection per client object, every call bounded in time. Failures are logged in one line.
+// NetClient on Linux: the network daemon tarnnetd over the D-Bus system bus (sd-bus, loaded on
+// first use), one connection per client object, every call bounded in time. Failures are logged
+// in one line.
+#include "linux/sdbus.h"
 #include "tarnnetd/bus.h"
 #include "tarnnetwork.h"
 
 #include <json/reader.h>
 #include <json/writer.h>
-#include <systemd/sd-bus.h>
 #include <syslog.h>
 
 #include <map>
@@ -15,13 +16,15 @@ namespace tarnnetwork {
 namespace dbus {
 namespace {
 
+using tarnlinux::sdbus::Api;
+
 struct BusClose {
-    void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
+    void operator()(sd_bus* bus) const { tarnlinux::sdbus::Get()->flush_close_unref(bus); }
 };
 using Bus = std::unique_ptr<sd_bus, BusClose>;
 
 struct MessageUnref {
-    void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
+    void operator()(sd_bus_message* message) const { tarnlinux::sdbus::Get()->message_unref(message); }
 };
 using Message = std::unique_ptr<sd_bus_message, MessageUnref>;
 
@@ -32,19 +35,20 @@ std::map<const NetClient*, Bus>& Connections() {
     return connections;
 }
 
-// A null connection when there is no bus; the calls then fail.
+// A null connection when there is no bus or no sd-bus; the calls then fail.
 Bus Open() {
+    const Api* sd = tarnlinux::sdbus::Get();
     sd_bus* bus = nullptr;
-    if (sd_bus_open_system(&bus) < 0) return nullptr;
+    if (sd == nullptr || sd->open_system(&bus) < 0) return nullptr;
     Bus owned(bus);
-    if (sd_bus_set_method_call_timeout(bus, tarnbus::kCallTimeoutUsec) < 0) return nullptr;
+    if (sd->set_method_call_timeout(bus, tarnbus::kCallTimeoutUsec) < 0) return nullptr;
     return owned;
 }
 
 // The object's connection, made again when the bus was not there before or has gone since.
 sd_bus* BusOf(const NetClient* client) {
     Bus& bus = Connections()[client];
-    if (!bus || sd_bus_is_open(bus.get()) <= 0) bus = Open();
+    if (!bus || tarnlinux::sdbus::Get()->is_open(bus.get()) <= 0) bus = Open();
     return bus.get();
 }
 
@@ -63,17 +67,18 @@ std::string Compact(const Json::Value& value) {
 int Call(const NetClient* client, const char* method, const Json::Value& request, std::string* reply) {
     sd_bus* bus = BusOf(client);
     if (bus == nullptr) return Failed(method, "no system bus");
+    const Api* sd = tarnlinux::sdbus::Get();
     sd_bus_error error = SD_BUS_ERROR_NULL;
     sd_bus_message* raw = nullptr;
-    int result = sd_bus_call_method(bus, tarnbus::kName, tarnbus::kPath, tarnbus::kInterface, method, &error, &raw,
-                                    tarnbus::kRequestSignature, Compact(request).c_str());
+    int result = sd->call_method(bus, tarnbus::kName, tarnbus::kPath, tarnbus::kInterface, method, &error, &raw,
+                                 tarnbus::kRequestSignature, Compact(request).c_str());
     Message answer(raw);
     std::string reason = error.message != nullptr ? error.message : "no answer";
-    sd_bus_error_free(&error);
+    sd->error_free(&error);
     if (result < 0) return Failed(method, reason);
     if (reply == nullptr) return 0;
     const char* text = nullptr;
-    if (sd_bus_message_read(answer.get(), tarnbus::kQueryReplySignature, &text) < 0) return Failed(method, "unreadable reply");
+    if (sd->message_read(answer.get(), tarnbus::kQueryReplySignature, &text) < 0) return Failed(method, "unreadable reply");
     *reply = text;
     return 0;
 }
@@ -100,16 +105,17 @@ NetClient::~NetClient() { Connections().erase(this); }
 
 bool NetClient::IsServerReady() const {
     sd_bus* bus = BusOf(this);
+    const Api* sd = tarnlinux::sdbus::Get();
     sd_bus_message* raw = nullptr;
     if (bus == nullptr ||
-        sd_bus_message_new_method_call(bus, &raw, tarnbus::kName, tarnbus::kPath, tarnbus::kPeerInterface, tarnbus::kPing) < 0)
+        sd->message_new_method_call(bus, &raw, tarnbus::kName, tarnbus::kPath, tarnbus::kPeerInterface, tarnbus::kPing) < 0)
         return false;
     Message ping(raw);
     // Ready means running now: never have the bus start a daemon for the question.
-    if (sd_bus_message_set_auto_start(ping.get(), 0) < 0) return false;
+    if (sd->message_set_auto_start(ping.get(), 0) < 0) return false;
     sd_bus_message* reply = nullptr;
-    int result = sd_bus_call(bus, ping.get(), tarnbus::kCallTimeoutUsec, nullptr, &reply);
-    sd_bus_message_unref(reply);
+    int result = sd->call(bus, ping.get(), tarnbus::kCallTimeoutUsec, nullptr, &reply);
+    sd->message_unref(reply);
     return result >= 0;
 }
 

@@ -21,6 +21,13 @@ within() {
 within 1 "$TOOL" --is-server-ready
 expect_eq "$(cat /tmp/out)" 0 "ready without a daemon"
 within 1 "$TOOL" --copy-gateway-info -4 eth0 eth1 && fail "copy without a daemon succeeded"
+# The tool loads sd-bus when it first needs it; without it the calls fail the same way.
+libsystemd=$(ldconfig -p | awk '$1 == "libsystemd.so.0" { print $NF; exit }')
+mount --bind /dev/null "$libsystemd"
+within 1 "$TOOL" --is-server-ready
+expect_eq "$(cat /tmp/out)" 0 "ready without libsystemd"
+within 1 "$TOOL" --copy-gateway-info -4 eth0 eth1 && fail "copy without libsystemd succeeded"
+umount "$libsystemd"
 # A daemon that comes up during the tool's wait for it gets the request.
 "$TOOL" --add-gateway-info -4 30 late0 192.0.2.1 192.0.2.53 &
 adder=$!

@@ -49,9 +49,7 @@ TEST(KeyValue, WithLine) {
 
 class KeyValueFile : public ::testing::Test {
 protected:
-    void SetUp() override {
-        std::ofstream(path_) << "dev tun0\nserver-ipv6 2001:db8::/64\nkey=\"0123456789\"\n";
-    }
+    void SetUp() override { std::ofstream(path_) << "dev tun0\nserver-ipv6 2001:db8::/64\nkey=\"0123456789\"\n"; }
     std::string Content() const { return {std::istreambuf_iterator<char>(std::ifstream(path_).rdbuf()), {}}; }
     blackbox::TempDir tmp_;
     fs::path dir_{tmp_.Path()};

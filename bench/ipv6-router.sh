@@ -13,8 +13,8 @@ if [ -z "${TARN_BENCH_READY:-}" ]; then
     "$ROOT/scripts/deps.sh" "${BUILD_PACKAGES[@]}" "${BENCH_PACKAGES[@]}"
     build "$ROOT/build"
     # shellcheck disable=SC2046
-    g++ -std=c++17 -O2 -Wall -Wextra -Werror -I "$ROOT/platform" $(pkg-config --cflags jsoncpp) \
-        -o "$ROOT/build/enum64" "$ROOT/bench/enum64.cpp" "$ROOT/platform/linux/router6_prefix.cpp"
+    g++ -std=c++17 -O2 -Wall -Wextra -Werror -I "$ROOT/platform/api" -I "$ROOT/platform/linux" $(pkg-config --cflags jsoncpp) \
+        -o "$ROOT/build/enum64" "$ROOT/bench/enum64.cpp" "$ROOT/platform/linux/router6/prefix.cpp"
     export TARN_BENCH_READY=1
     exec unshare --net --mount --propagation private "$0" "$@"
 fi

@@ -1,8 +1,8 @@
 #include "kernel.h"
 
-#include "linux/linux.h"
-#include "linux/nlobjects.h"
-#include "linux/owned.h"
+#include "hostkit/fd.h"
+#include "hostkit/netlink.h"
+#include "hostkit/owned.h"
 
 #include <fcntl.h>
 #include <net/if.h>

@@ -1,11 +1,11 @@
 // tarnnetd: owns the gateway records and the default route of each family, serving them on
 // the D-Bus system bus (DBUS_SYSTEM_BUS_ADDRESS chooses another bus) in the foreground.
 //   tarnnetd [--records PATH] [--log-stderr]
-#include "bus.h"
+#include "hostkit/bus.h"
 #include "service.h"
 #include "store.h"
 
-#include "linux/owned.h"
+#include "hostkit/owned.h"
 
 #include <json/value.h>
 #include <signal.h>

@@ -3,7 +3,7 @@
 #ifndef TARNNETD_RECORDS_H
 #define TARNNETD_RECORDS_H
 
-#include "linux/ifname.h"
+#include "hostkit/ifname.h"
 
 #include <json/value.h>
 

@@ -1,6 +1,6 @@
 #include "store.h"
 
-#include "linux/atomicfile.h"
+#include "hostkit/atomicfile.h"
 
 #include <dirent.h>
 #include <fcntl.h>

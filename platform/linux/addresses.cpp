@@ -1,5 +1,5 @@
 // Which of the kernel's addresses and links each library answer is made of.
-#include "linux/linux.h"
+#include "linux.h"
 
 #include <arpa/inet.h>
 #include <linux/if_addr.h>

@@ -1,5 +1,5 @@
 // Network library on Linux: the inter-process file lock.
-#include "linux/linux.h"
+#include "linux.h"
 #include "tarnnetwork.h"
 
 #include <fcntl.h>

@@ -1,6 +1,6 @@
 // Core library on Linux: key/value files, read and rewritten in place of the old one.
-#include "linux/atomicfile.h"
-#include "linux/linux.h"
+#include "hostkit/atomicfile.h"
+#include "linux.h"
 #include "tarncore.h"
 
 #include <fcntl.h>

@@ -4,6 +4,8 @@
 #ifndef TARN_PLATFORM_LINUX_LINUX_H
 #define TARN_PLATFORM_LINUX_LINUX_H
 
+#include "hostkit/fd.h"
+#include "hostkit/interfaces.h"
 #include "tarnnetwork.h"
 
 #include <netinet/in.h>
@@ -17,49 +19,6 @@
 #include <vector>
 
 namespace tarnlinux {
-
-// A file descriptor closed when it goes out of scope.
-class Fd {
-public:
-    explicit Fd(int fd = -1) : fd_(fd) {}
-    ~Fd() { Reset(); }
-    Fd(const Fd&) = delete;
-    Fd& operator=(const Fd&) = delete;
-    int Get() const { return fd_; }
-    int Release() {
-        int fd = fd_;
-        fd_ = -1;
-        return fd;
-    }
-    void Reset(int fd = -1) {
-        if (fd_ >= 0) ::close(fd_);
-        fd_ = fd;
-    }
-
-private:
-    int fd_;
-};
-
-// One address as the kernel lists it (RTM_NEWADDR).
-struct InterfaceAddress {
-    int family = 0;  // AF_INET or AF_INET6
-    int ifindex = 0;
-    std::array<uint8_t, 16> bytes{};  // the local address; IPv4 uses the first 4
-    int prefixlen = 0;
-    int scope = 0;       // RT_SCOPE_*
-    unsigned flags = 0;  // IFA_F_*
-    std::string label;   // IPv4 only: the interface name, or an alias label such as "eth0:1"
-};
-
-// One link as the kernel lists it (RTM_NEWLINK).
-struct Link {
-    int ifindex = 0;
-    std::vector<uint8_t> hwaddr;
-};
-
-// Kernel dumps over rtnetlink, in the kernel's order; false when the kernel could not be asked.
-bool DumpAddresses(int family, std::vector<InterfaceAddress>& out);
-bool DumpLinks(std::vector<Link>& out);
 
 // "192.0.2.1", "2001:db8::1".
 std::string AddressText(const InterfaceAddress& address);

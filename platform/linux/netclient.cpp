@@ -1,8 +1,8 @@
 // NetClient on Linux: the network daemon tarnnetd over the D-Bus system bus (sd-bus, loaded on
 // first use), one connection per client object, every call bounded in time. Failures are logged
 // in one line.
-#include "linux/sdbus.h"
-#include "tarnnetd/bus.h"
+#include "sdbus.h"
+#include "hostkit/bus.h"
 #include "tarnnetwork.h"
 
 #include <json/reader.h>

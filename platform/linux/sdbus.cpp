@@ -1,4 +1,4 @@
-#include "linux/sdbus.h"
+#include "sdbus.h"
 
 #include <dlfcn.h>
 #include <syslog.h>

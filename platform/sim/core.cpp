@@ -1,6 +1,6 @@
 // Simulated core library, network SDK, and the C library's syslog and sleep: every call is
 // journaled; nothing touches the host.
-#include "common/corestr.h"
+#include "corestr.h"
 #include "sim.h"
 #include "tarncore.h"
 #include "tarnnetsdk.h"

@@ -1,5 +1,5 @@
 // Simulated network library: daemon client, routing managers, address queries.
-#include "common/corestr.h"
+#include "corestr.h"
 #include "sim.h"
 #include "tarnnetwork.h"
 

@@ -1,4 +1,4 @@
-#include "common/corestr.h"
+#include "corestr.h"
 
 #include <gtest/gtest.h>
 #include <json/reader.h>

@@ -1,0 +1,105 @@
+#include "hostkit/atomicfile.h"
+
+#include "hostkit/fd.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <cstdlib>
+
+namespace tarnlinux {
+namespace {
+
+constexpr mode_t kDirMode = 0755;
+
+std::string TempPattern(const std::string& path, bool hidden) {
+    size_t name = path.rfind('/') + 1;  // 0 without a slash
+    return path.substr(0, name) + (hidden ? "." : "") + path.substr(name) + ".XXXXXX";
+}
+
+// Keeps errno of the step that failed while the temporary file is removed.
+bool Abandon(const std::string& temp) {
+    int saved = errno;
+    unlink(temp.c_str());
+    errno = saved;
+    return false;
+}
+
+}  // namespace
+
+bool ReadAll(int fd, std::string& text, size_t limit) {
+    char chunk[8192];
+    for (;;) {
+        ssize_t got = read(fd, chunk, sizeof chunk);
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return false;
+        if (got == 0) return true;
+        if (static_cast<size_t>(got) > limit - text.size()) {
+            errno = EFBIG;
+            return false;
+        }
+        text.append(chunk, static_cast<size_t>(got));
+    }
+}
+
+bool WriteAll(int fd, const std::string& text) {
+    for (size_t done = 0; done < text.size();) {
+        ssize_t put = write(fd, text.data() + done, text.size() - done);
+        if (put < 0 && errno == EINTR) continue;
+        if (put <= 0) return false;
+        done += static_cast<size_t>(put);
+    }
+    return true;
+}
+
+ReadResult ReadRegular(const std::string& path, std::string& text, size_t limit, struct stat* info) {
+    struct stat own;
+    if (info == nullptr) info = &own;
+    Fd fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (fd.Get() < 0 && errno == ENOENT) return ReadResult::kMissing;
+    if (fd.Get() < 0 || fstat(fd.Get(), info) != 0) return ReadResult::kRefused;
+    errno = EINVAL;
+    if (!S_ISREG(info->st_mode) || static_cast<uintmax_t>(info->st_size) > limit) return ReadResult::kRefused;
+    return ReadAll(fd.Get(), text, limit) ? ReadResult::kRead : ReadResult::kRefused;
+}
+
+std::string DirectoryOf(const std::string& path) {
+    size_t slash = path.rfind('/');
+    if (slash == std::string::npos) return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+bool MakeDirectories(const std::string& dir) {
+    struct stat info;
+    if (stat(dir.c_str(), &info) == 0) {
+        errno = ENOTDIR;
+        return S_ISDIR(info.st_mode);
+    }
+    if (errno != ENOENT || !MakeDirectories(DirectoryOf(dir))) return false;
+    if (mkdir(dir.c_str(), kDirMode) != 0) return errno == EEXIST;
+    // The mode is ours to say, whatever the caller's umask.
+    return chmod(dir.c_str(), kDirMode) == 0;
+}
+
+bool ReplaceFile(const std::string& path, const std::string& text, const NewFile& how) {
+    std::string dir = DirectoryOf(path);
+    if (!MakeDirectories(dir)) return false;
+    std::string temp = TempPattern(path, how.hidden);
+    Fd fd(mkostemp(&temp[0], O_CLOEXEC));
+    if (fd.Get() < 0) return false;
+    bool written = WriteAll(fd.Get(), text) && fchmod(fd.Get(), how.mode) == 0 && fchown(fd.Get(), how.uid, how.gid) == 0 &&
+                   fsync(fd.Get()) == 0 && close(fd.Release()) == 0 && rename(temp.c_str(), path.c_str()) == 0;
+    if (!written) return Abandon(temp);
+    // The rename itself is durable only once the directory is.
+    Fd directory(open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return directory.Get() >= 0 && fsync(directory.Get()) == 0;
+}
+
+bool UpdateFile(const std::string& path, const std::string& text) {
+    std::string old;
+    ReadResult result = ReadRegular(path, old);
+    if (result == ReadResult::kRefused) return false;
+    return (result == ReadResult::kRead && old == text) || ReplaceFile(path, text);
+}
+
+}  // namespace tarnlinux

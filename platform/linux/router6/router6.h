@@ -1,0 +1,136 @@
+// Internals of the IPv6 router on Linux: the /64 arithmetic, the stored configurations (one
+// document per interface) with their ownership rules, and the kernel calls the routers make.
+// The pure parts are apart from the system calls so that they can be tested without root.
+#ifndef TARN_PLATFORM_LINUX_ROUTER6_H
+#define TARN_PLATFORM_LINUX_ROUTER6_H
+
+#include "hostkit/ifname.h"
+
+#include <netinet/in.h>
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+struct nl_msg;
+
+namespace tarnlinux::router6 {
+
+// At most this many /64 prefixes are listed: more than a device has consumers, and the
+// enumeration of a /0 stays small and quick.
+inline constexpr size_t kMaxPrefixes = 1024;
+
+// The owner that has no interface of its own: only its record changes.
+inline constexpr char kVpnOwner[] = "ovpn";
+
+// An IPv6 prefix: the address with its host bits cleared, and its length.
+struct Prefix {
+    unsigned __int128 bits = 0;
+    int length = 0;
+};
+
+// An IPv6 address text as a number; nullopt unless it is one.
+std::optional<unsigned __int128> ParseAddress(const std::string& text);
+// "address/length" (length 0-128) with the host bits cleared; nullopt unless it is one.
+std::optional<Prefix> ParsePrefix(const std::string& text);
+// The address text of a /64 prefix, such as "2001:db8::"; nullopt unless it is an IPv6
+// address without host bits.
+std::optional<unsigned __int128> Parse64(const std::string& text);
+std::string AddressText(unsigned __int128 bits);
+in6_addr ToIn6(unsigned __int128 bits);
+bool Contains(const Prefix& outer, unsigned __int128 address);
+// The /64 prefixes inside address/length, ascending, at most kMaxPrefixes; empty when the
+// address is not IPv6 or the length is outside 0-64.
+std::vector<std::string> Enum64(const std::string& address, int length);
+
+// One consumer of an interface's prefix, and the /64 it holds ("" when none).
+struct Consumer {
+    std::string owner;
+    std::string holds;
+};
+
+// The stored configuration of one interface.
+struct Document {
+    std::string type;                 // "native", "6in4" or "6to4"
+    std::string prefix;               // "address/length", "" before one is delegated
+    std::string remote;               // 6in4: the tunnel's remote IPv4 end
+    std::string tunnelAddress;        // 6in4: the tunnel's own IPv6 address, "address/length"
+    std::vector<Consumer> consumers;  // in the order prefixes are handed out; only ever appended to
+};
+
+// nullopt when the text is not a document of ours.
+std::optional<Document> ParseDocument(const std::string& text);
+std::string DocumentText(const Document& document);
+
+// Every stored configuration, by interface name.
+using Documents = std::map<std::string, Document>;
+
+// The ownership rules over the whole pool. On success the documents are changed, `ifname`
+// names the one changed ("" when nothing changed) and true is returned; otherwise `error`
+// says why and nothing is changed.
+bool AllocateIn(Documents& documents, const std::string& prefix, const std::string& owner, std::string& ifname,
+                std::string& error);
+bool DeallocateIn(Documents& documents, const std::string& prefix, const std::string& owner, std::string& ifname,
+                  std::string& error);
+
+// Adds (true) or removes (false) the address <prefix>::1/64 on the owner's interface: true when
+// done or when the owner has no interface.
+using AddressHook = std::function<bool(const std::string& owner, const std::string& prefix, bool add)>;
+
+// The directory of documents and the lock that guards each read-change-write of it.
+class Store {
+public:
+    Store(std::string dir, std::string lockPath, AddressHook hook);
+
+    // One interface's document; nullopt (logged) when missing or unreadable.
+    std::optional<Document> Load(const std::string& ifname) const;
+    bool Allocate(const std::string& prefix, const std::string& owner);
+    bool Deallocate(const std::string& prefix, const std::string& owner);
+    // Changes one interface's document (a new one when missing) under the lock; false, with
+    // nothing written, when `change` refuses or the document cannot be read or written.
+    bool Update(const std::string& ifname, const std::function<bool(Document&)>& change);
+
+private:
+    bool Change(const std::string& prefix, const std::string& owner, bool allocate);
+    bool LoadAll(Documents& documents) const;
+    bool Write(const std::string& ifname, const Document& document) const;
+    bool ReadDocumentFileOrCached(const std::string& ifname, int fd, const struct stat& info, std::string& text) const;
+
+    // The documents last read or written by this process, with the file version they came from.
+    struct Cached {
+        struct stat version;
+        Document document;
+    };
+
+    std::string dir_;
+    std::string lockPath_;
+    AddressHook hook_;
+    mutable std::map<std::string, Cached> cache_;
+};
+
+// The product's store: kRouter6StoreDir, kRouter6LockPath, addresses through the kernel.
+Store& SystemStore();
+
+// One log line of the router library.
+void Log(int priority, const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+// The tunnel an interface's 6in4 or 6to4 router uses.
+struct TunnelPlan {
+    std::string name;
+    uint32_t local = 0;   // network byte order
+    uint32_t remote = 0;  // network byte order; 0 for any 6to4 relay
+    int link = 0;         // the interface's index
+};
+
+// The RTM_NEWLINK request that makes the tunnel; nullptr when it cannot be built.
+nl_msg* TunnelRequest(const TunnelPlan& plan);
+// The 6to4 prefix 2002:WWXX:YYZZ::/48 of an IPv4 address (network byte order).
+std::string SixToFourPrefix(uint32_t ipv4);
+
+}  // namespace tarnlinux::router6
+
+#endif

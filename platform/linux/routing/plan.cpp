@@ -1,0 +1,111 @@
+// What to change so that the kernel's routes and rules become the ones we want, touching only
+// what carries our protocol: reruns find nothing to do, and others' routes and rules stay.
+#include "routing/routing.h"
+
+#include <algorithm>
+
+namespace tarnroute {
+namespace {
+
+// The kernel keeps one route per destination and metric in a table.
+bool SamePlace(const Route& a, const Route& b) { return a.dst == b.dst && a.metric == b.metric; }
+
+// A wanted hop without an interface takes whichever the kernel chose.
+bool HopMatches(const Hop& want, const Hop& have) {
+    return want.gateway == have.gateway && (want.ifindex == 0 || want.ifindex == have.ifindex);
+}
+
+bool SameRoute(const Route& want, const Route& have) {
+    return want.protocol == have.protocol && want.scope == have.scope && want.type == have.type &&
+           want.hops.size() == have.hops.size() && std::equal(want.hops.begin(), want.hops.end(), have.hops.begin(), HopMatches);
+}
+
+bool Ours(const Rule& rule, int family) { return rule.protocol == kProtoPolicy && rule.family == family; }
+
+bool IsSourceRuleOf(const Rule& rule, int family, uint32_t table) {
+    return Ours(rule, family) && rule.priority == kSourcePriority && rule.table == table;
+}
+
+}  // namespace
+
+RoutePlan PlanRoutes(const std::vector<Route>& current, const std::vector<Route>& want, uint8_t protocol) {
+    RoutePlan plan;
+    for (const Route& route : want) {
+        auto held = std::find_if(current.begin(), current.end(), [&](const Route& have) { return SamePlace(route, have); });
+        if (held == current.end()) {
+            plan.add.push_back(route);
+        } else if (held->protocol != protocol) {
+            plan.conflicts.push_back(route);
+        } else if (!SameRoute(route, *held)) {
+            plan.replace.push_back(route);
+        }
+    }
+    for (const Route& have : current) {
+        if (have.protocol != protocol) continue;
+        if (std::none_of(want.begin(), want.end(), [&](const Route& route) { return SamePlace(route, have); }))
+            plan.remove.push_back(have);
+    }
+    return plan;
+}
+
+RulePlan PlanSourceRules(const std::vector<Rule>& current, int family, uint32_t table, const std::vector<Prefix>& sources) {
+    RulePlan plan;
+    bool suppressSeen = false;
+    std::vector<Prefix> kept;
+    for (const Rule& rule : current) {
+        if (Ours(rule, family) && rule.priority == kSuppressPriority) {
+            if (suppressSeen) plan.remove.push_back(rule);
+            suppressSeen = true;
+            continue;
+        }
+        if (!IsSourceRuleOf(rule, family, table)) continue;
+        bool wanted = rule.src && std::find(sources.begin(), sources.end(), *rule.src) != sources.end();
+        if (wanted && std::find(kept.begin(), kept.end(), *rule.src) == kept.end()) {
+            kept.push_back(*rule.src);
+        } else {
+            plan.remove.push_back(rule);
+        }
+    }
+    if (!suppressSeen) plan.add.push_back(Rule{family, kSuppressPriority, RT_TABLE_MAIN, kProtoPolicy, std::nullopt, true});
+    for (const Prefix& source : sources) {
+        if (std::find(kept.begin(), kept.end(), source) != kept.end()) continue;
+        plan.add.push_back(Rule{family, kSourcePriority, table, kProtoPolicy, source, false});
+    }
+    return plan;
+}
+
+RulePlan PlanDisable(const std::vector<Rule>& current, int family, uint32_t table) {
+    RulePlan plan;
+    for (const Rule& rule : current) {
+        if (IsSourceRuleOf(rule, family, table)) plan.remove.push_back(rule);
+    }
+    return plan;
+}
+
+std::vector<Route> TableRoutes(int family, uint32_t table, int ifindex, const FamilyState& state,
+                               const std::vector<Prefix>& networks) {
+    std::vector<Route> routes;
+    auto make = [&](const Prefix& dst, const std::optional<Prefix>& gateway) {
+        Route route;
+        route.family = family;
+        route.table = table;
+        route.dst = dst;
+        route.metric = KernelMetric(family, 0);
+        route.protocol = kProtoPolicy;
+        // The kernel reports every IPv6 route with universe scope.
+        route.scope = family == AF_INET && !gateway ? RT_SCOPE_LINK : RT_SCOPE_UNIVERSE;
+        route.hops.push_back(Hop{gateway, ifindex});
+        return route;
+    };
+    for (const auto& [service, rule] : state.rules) {
+        bool placed = std::any_of(routes.begin(), routes.end(), [&](const Route& r) { return r.dst == rule.dst; });
+        if (!placed) routes.push_back(make(rule.dst, rule.gateway));
+    }
+    for (const Prefix& network : networks) {
+        bool placed = std::any_of(routes.begin(), routes.end(), [&](const Route& r) { return r.dst == network; });
+        if (!placed && network.length < AddressBits(family)) routes.push_back(make(network, std::nullopt));
+    }
+    return routes;
+}
+
+}  // namespace tarnroute

@@ -1,0 +1,206 @@
+// Network library on Linux: the per-interface policy route tables. The state file says which
+// table each interface has, its stored rules and its sources; each call changes the state under
+// the state lock and then makes the kernel match it, so reruns find nothing to do.
+#include "hostkit/atomicfile.h"
+#include "linux.h"
+#include "routing/routing.h"
+#include "tarnnetwork.h"
+
+#include <net/if.h>
+
+#include <algorithm>
+
+using namespace tarnroute;
+
+namespace tarnnetwork::network {
+namespace {
+
+constexpr int kDone = 0;
+constexpr int kFailed = -1;
+
+int Refuse(const std::string& operation, const std::string& why) {
+    LogError("policy-route: " + operation + ": " + why);
+    return kFailed;
+}
+
+std::optional<int> FamilyOf(IP_TYPE type, std::string& why) {
+    if (type == IPV4) return AF_INET;
+    if (type == IPV6) return AF_INET6;
+    why = "unknown address family " + std::to_string(static_cast<int>(type));
+    return std::nullopt;
+}
+
+// The state read under the state lock, held until the session ends.
+class Session {
+public:
+    Session() : lock_(tarnlinux::kPolicyLockPath, true) {}
+
+    bool Open(std::string& why) {
+        if (!lock_.Lock()) {
+            why = std::string("cannot take the lock ") + tarnlinux::kPolicyLockPath;
+            return false;
+        }
+        std::string text;
+        tarnlinux::ReadResult read = tarnlinux::ReadRegular(tarnlinux::kPolicyStatePath, text);
+        if (read == tarnlinux::ReadResult::kRefused) {
+            why = std::string("cannot read ") + tarnlinux::kPolicyStatePath;
+            return false;
+        }
+        if (read == tarnlinux::ReadResult::kMissing) return true;
+        std::optional<PolicyState> parsed = ParseState(text, why);
+        if (!parsed) why = std::string(tarnlinux::kPolicyStatePath) + " left as it is, it cannot be read: " + why;
+        if (parsed) state = std::move(*parsed);
+        return parsed.has_value();
+    }
+
+    // The state, then the names that iproute2 shows for it.
+    bool Save(std::string& why) {
+        for (const auto& [path, text] : {std::pair<const char*, std::string>{tarnlinux::kPolicyStatePath, StateText(state)},
+                                         {tarnlinux::kTableNamesPath, TableNamesText(state)}}) {
+            if (tarnlinux::UpdateFile(path, text)) continue;
+            why = std::string("cannot write ") + path;
+            return false;
+        }
+        if (tarnlinux::NameRouteProtocols()) return true;
+        why = std::string("cannot write ") + tarnlinux::kProtoNamesPath;
+        return false;
+    }
+
+    PolicyState state;
+
+private:
+    utils::FileLock lock_;
+};
+
+std::vector<Prefix> ConnectedNetworks(int family, int ifindex) {
+    std::vector<tarnlinux::InterfaceAddress> all;
+    std::vector<Prefix> networks;
+    if (!tarnlinux::DumpAddresses(family, all)) return networks;
+    std::string unused;
+    for (const auto& [text, length] : tarnlinux::NetworksOf(all, ifindex, family)) {
+        std::optional<Prefix> network = ParseAddress(family, text, unused);
+        if (network) networks.push_back(NetworkOf(*network, length));
+    }
+    return networks;
+}
+
+// Makes the interface's table hold its stored rules and its connected networks, and nothing
+// else of ours. Every step is tried; the result says whether all of them went through.
+bool SyncTable(Kernel& kernel, int family, int ifindex, const InterfaceState& entry) {
+    std::vector<Route> all;
+    if (!kernel.DumpRoutes(family, all)) return false;
+    std::vector<Route> current;
+    std::copy_if(all.begin(), all.end(), std::back_inserter(current), [&](const Route& r) { return r.table == entry.table; });
+    const FamilyState& state = family == AF_INET ? entry.ipv4 : entry.ipv6;
+    RoutePlan plan =
+        PlanRoutes(current, TableRoutes(family, entry.table, ifindex, state, ConnectedNetworks(family, ifindex)), kProtoPolicy);
+    // Routes on the link first, so that gateways are reachable when their routes come.
+    std::stable_partition(plan.add.begin(), plan.add.end(), [](const Route& r) { return !r.hops.front().gateway; });
+    return kernel.Apply(plan);
+}
+
+bool ApplyRules(Kernel& kernel, const RulePlan& plan) {
+    bool ok = true;
+    for (const Rule& rule : plan.remove) ok = kernel.DeleteRule(rule) && ok;
+    for (const Rule& rule : plan.add) ok = kernel.AddRule(rule) && ok;
+    return ok;
+}
+
+int InterfaceIndex(const std::string& ifname) { return static_cast<int>(if_nametoindex(ifname.c_str())); }
+
+// The first steps of every call: the family and the interface name checked, the state read
+// under the lock.
+std::optional<int> Start(const IP_TYPE& type, const std::string& interface, Session& session, std::string& why) {
+    std::optional<int> family = FamilyOf(type, why);
+    if (!family || !ValidInterfaceName(interface, why) || !session.Open(why)) return std::nullopt;
+    return family;
+}
+
+// After a rule changed: an interface that is not there gets its rules when its table is
+// enabled again.
+int SyncIfPresent(int family, const std::string& interface, const InterfaceState& entry) {
+    int ifindex = InterfaceIndex(interface);
+    if (ifindex == 0) return kDone;
+    Kernel kernel;
+    return SyncTable(kernel, family, ifindex, entry) ? kDone : kFailed;
+}
+
+}  // namespace
+
+PolicyRoute::PolicyRoute() = default;
+PolicyRoute::~PolicyRoute() = default;
+
+int PolicyRoute::AddRule(const PolicyRouteRule& rule) {
+    std::string operation = "AddRule " + rule.service + " on " + rule.interface;
+    std::string why;
+    Session session;
+    std::optional<int> family = Start(rule.type, rule.interface, session, why);
+    if (!family) return Refuse(operation, why);
+    if (rule.service.empty()) return Refuse(operation, "the service name is empty");
+    std::optional<Prefix> dst = RuleDestination(*family, rule, why);
+    std::optional<Prefix> gateway;
+    if (!dst || !RuleGateway(*family, rule, gateway, why)) return Refuse(operation, why);
+    InterfaceState* entry = EntryFor(session.state, rule.interface);
+    if (entry == nullptr) return Refuse(operation, "every table number from 20000 to 20999 is taken");
+    FamilyState& state = entry->Of(*family);
+    for (const auto& [service, stored] : state.rules) {
+        if (service != rule.service && stored.dst == *dst)
+            return Refuse(operation, PrefixText(*dst) + " is already the destination of the rule of service " + service);
+    }
+    state.rules[rule.service] = StoredRule{*dst, gateway};
+    if (!session.Save(why)) return Refuse(operation, why);
+    return SyncIfPresent(*family, rule.interface, *entry);
+}
+
+int PolicyRoute::DeleteRule(const IP_TYPE& type, const std::string& service, const std::string& interface) {
+    std::string operation = "DeleteRule " + service + " on " + interface;
+    std::string why;
+    Session session;
+    std::optional<int> family = Start(type, interface, session, why);
+    if (!family) return Refuse(operation, why);
+    auto entry = session.state.find(interface);
+    if (entry == session.state.end() || entry->second.Of(*family).rules.erase(service) == 0) return kDone;
+    if (!session.Save(why)) return Refuse(operation, why);
+    return SyncIfPresent(*family, interface, entry->second);
+}
+
+int PolicyRoute::EnableTable(const IP_TYPE& type, const std::string& interface, const std::string& source) {
+    std::string operation = "EnableTable " + interface;
+    std::string why;
+    Session session;
+    std::optional<int> family = Start(type, interface, session, why);
+    if (!family) return Refuse(operation, why);
+    std::optional<std::vector<Prefix>> sources = ParseSource(*family, source, why);
+    if (!sources) return Refuse(operation, "source \"" + source + "\": " + why);
+    int ifindex = InterfaceIndex(interface);
+    if (ifindex == 0) return Refuse(operation, "no such interface");
+    InterfaceState* entry = EntryFor(session.state, interface);
+    if (entry == nullptr) return Refuse(operation, "every table number from 20000 to 20999 is taken");
+    entry->Of(*family).enabled = true;
+    entry->Of(*family).source = *sources;
+    if (!session.Save(why)) return Refuse(operation, why);
+    Kernel kernel;
+    std::vector<Rule> rules;
+    bool ok = SyncTable(kernel, *family, ifindex, *entry);
+    ok = kernel.DumpRules(*family, rules) && ApplyRules(kernel, PlanSourceRules(rules, *family, entry->table, *sources)) && ok;
+    return ok ? kDone : kFailed;
+}
+
+int PolicyRoute::DisableTable(const IP_TYPE& type, const std::string& interface) {
+    std::string operation = "DisableTable " + interface;
+    std::string why;
+    Session session;
+    std::optional<int> family = Start(type, interface, session, why);
+    if (!family) return Refuse(operation, why);
+    auto entry = session.state.find(interface);
+    if (entry == session.state.end()) return kDone;
+    entry->second.Of(*family).enabled = false;
+    entry->second.Of(*family).source.clear();
+    if (!session.Save(why)) return Refuse(operation, why);
+    Kernel kernel;
+    std::vector<Rule> rules;
+    bool ok = kernel.DumpRules(*family, rules) && ApplyRules(kernel, PlanDisable(rules, *family, entry->second.table));
+    return ok ? kDone : kFailed;
+}
+
+}  // namespace tarnnetwork::network

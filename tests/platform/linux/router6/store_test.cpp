@@ -1,0 +1,148 @@
+// The router's stored configurations: the document, the pool's ownership rules, and a store
+// that rewrites whole documents under its lock.
+#include "router6/router6.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <tuple>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace tarnlinux::router6;
+
+std::string Slurp(const fs::path& path) { return {std::istreambuf_iterator<char>(std::ifstream(path).rdbuf()), {}}; }
+
+TEST(Document, RoundTrip) {
+    Document document{
+        "6in4", "2001:db8:1200::/56", "198.51.100.1", "2001:db8:ff::2/64", {{"lbr0", "2001:db8:1200::"}, {"ovpn", ""}}};
+    std::optional<Document> back = ParseDocument(DocumentText(document));
+    ASSERT_TRUE(back);
+    EXPECT_EQ(DocumentText(*back), DocumentText(document));
+}
+
+TEST(Document, Unreadable) {
+    for (const char* text :
+         {"", "not json", "[]", "{}", R"({"type": 1})", R"({"type": "native"} trailing)",
+          R"({"type": "native", "prefix": "2001:db8::/129"})", R"({"type": "native", "prefix": "2001:db8::"})",
+          R"({"type": "native", "consumers": {}})", R"({"type": "native", "consumers": [{"holds": ""}]})",
+          R"({"type": "native", "consumers": [{"owner": "lbr0", "holds": "2001:db8::1"}]})",
+          R"({"type": "native", "consumers": [{"owner": "lbr0"}, {"owner": "lbr0"}]})", R"({"type": "native", "type": "6in4"})"})
+        EXPECT_FALSE(ParseDocument(text)) << text;
+}
+
+// Two interfaces: wan0 with lbr0 holding its first /64 and gbr0 holding nothing, wan1 with
+// ovpn holding its second.
+Documents Pool() {
+    return {{"wan0", {"native", "2001:db8:1200::/56", "", "", {{"lbr0", "2001:db8:1200::"}, {"gbr0", ""}}}},
+            {"wan1", {"native", "2001:db8:3400::/56", "", "", {{"ovpn", "2001:db8:3400:1::"}}}}};
+}
+
+std::string Text(const Documents& documents) {
+    std::string text;
+    for (const auto& [name, document] : documents) text += name + "\n" + DocumentText(document);
+    return text;
+}
+
+// Each row: allocate (or release), prefix, owner, whether it is done, the interface whose
+// document changes ("" for none).
+TEST(Rules, Pool) {
+    using Row = std::tuple<bool, const char*, const char*, bool, const char*>;
+    const Row rows[] = {
+        {true, "2001:db8:1200:1::", "gbr0", true, "wan0"},     // a free subnet
+        {true, "2001:db8:1200::", "gbr0", false, ""},          // held by another
+        {true, "2001:db8:3400:1::", "gbr0", false, ""},        // held by another on the other interface
+        {true, "2001:db8:1200::", "lbr0", true, ""},           // already held by the owner
+        {true, "2001:db8:1200:5::", "lbr0", false, ""},        // the owner still holds one
+        {true, "2001:db8:9900::", "gbr0", false, ""},          // in no prefix
+        {true, "2001:db8:1200:2::1", "gbr0", false, ""},       // not a subnet
+        {true, "2001:db8:1200:2::", "", false, ""},            // no owner
+        {true, "2001:db8:3400:2::", "gbr1", true, "wan1"},     // a new owner is appended
+        {false, "2001:db8:1200::", "lbr0", true, "wan0"},      // released
+        {false, "2001:db8:1200:0:0::", "lbr0", true, "wan0"},  // released, spelled otherwise
+        {false, "2001:db8:1200::", "gbr0", false, ""},         // not held
+        {false, "", "gbr0", true, ""},                         // nothing, holding nothing
+        {false, "", "lbr0", false, ""},                        // nothing, while holding
+        {false, "", "nobody", true, ""},                       // nothing, unlisted
+    };
+    for (const auto& [allocate, prefix, owner, done, changed] : rows) {
+        Documents documents = Pool(), expected = Pool();
+        std::string ifname = "unset", error;
+        EXPECT_EQ(allocate ? AllocateIn(documents, prefix, owner, ifname, error)
+                           : DeallocateIn(documents, prefix, owner, ifname, error),
+                  done)
+            << prefix << " " << owner << ": " << error;
+        if (done && *changed != '\0') {
+            EXPECT_EQ(ifname, changed) << prefix << " " << owner;
+            std::vector<Consumer>& consumers = expected[changed].consumers;
+            auto held = std::find_if(consumers.begin(), consumers.end(), [&](const Consumer& c) { return c.owner == owner; });
+            if (held == consumers.end()) held = consumers.insert(held, {owner, ""});
+            held->holds = allocate ? prefix : "";
+        }
+        EXPECT_EQ(Text(documents), Text(expected)) << prefix << " " << owner;
+    }
+}
+
+class StoreTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        root_ = fs::temp_directory_path() /
+                ("router6-" + std::to_string(getpid()) + "-" + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(root_);
+        fs::create_directories(root_);
+    }
+    void TearDown() override { fs::remove_all(root_); }
+
+    void Put(const std::string& ifname, const std::string& text) {
+        fs::create_directories(dir());
+        std::ofstream(dir() / ifname) << text;
+    }
+    fs::path dir() const { return root_ / "ipv6-router"; }
+    Store MakeStore() {
+        return Store(dir(), root_ / "run" / "store.lock", [this](const std::string& owner, const std::string& prefix, bool add) {
+            calls_.push_back((add ? "+" : "-") + owner + " " + prefix);
+            return hookResult_;
+        });
+    }
+
+    fs::path root_;
+    std::vector<std::string> calls_;
+    bool hookResult_ = true;
+};
+
+// A rewrite replaces the whole document and leaves nothing beside it; a failed address change
+// or an unreadable document leaves every file as it was.
+TEST_F(StoreTest, RewritesWholeDocumentsOnly) {
+    const std::string text = R"({"type": "native", "prefix": "2001:db8:1200::/56", "consumers": [{"owner": "lbr0"}]})";
+    Put("wan0", text);
+    fs::create_symlink(dir() / "wan0", dir() / "wan2");
+    Store store = MakeStore();
+    hookResult_ = false;
+    EXPECT_FALSE(store.Allocate("2001:db8:1200::", "lbr0"));
+    EXPECT_EQ(Slurp(dir() / "wan0"), text);
+    hookResult_ = true;
+    ASSERT_TRUE(store.Allocate("2001:db8:1200::", "lbr0"));
+    std::optional<Document> document = store.Load("wan0");
+    ASSERT_TRUE(document);
+    EXPECT_EQ(document->consumers[0].holds, "2001:db8:1200::");
+    EXPECT_FALSE(store.Load("wan2"));  // a link is not followed
+    EXPECT_FALSE(store.Load("../wan0"));
+    struct stat info;
+    ASSERT_EQ(stat((dir() / "wan0").c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0644u);
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir()), fs::directory_iterator()), 2);
+
+    Put("wan1", "{ torn");
+    EXPECT_FALSE(store.Load("wan1"));
+    // Who holds what is unknown while a document is unreadable.
+    EXPECT_FALSE(store.Deallocate("2001:db8:1200::", "lbr0"));
+    EXPECT_FALSE(store.Update("wan1", [](Document&) { return true; }));
+    EXPECT_EQ(Slurp(dir() / "wan1"), "{ torn");
+    EXPECT_EQ(calls_, (std::vector<std::string>{"+lbr0 2001:db8:1200::", "+lbr0 2001:db8:1200::"}));
+}
+
+}  // namespace

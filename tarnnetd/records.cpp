@@ -1,7 +1,8 @@
 #include "records.h"
 
+#include "hostkit/json.h"
+
 #include <arpa/inet.h>
-#include <json/reader.h>
 #include <net/if.h>
 
 #include <algorithm>
@@ -102,17 +103,9 @@ const char* FamilyName(Family family) { return family == Family::kV4 ? kV4Name :
 
 int AddressFamily(Family family) { return family == Family::kV4 ? AF_INET : AF_INET6; }
 
-bool ParseStrictJson(const std::string& text, Json::Value& value) {
-    Json::CharReaderBuilder builder;
-    Json::CharReaderBuilder::strictMode(&builder.settings_);
-    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    std::string errors;
-    return reader->parse(text.data(), text.data() + text.size(), &value, &errors);
-}
-
 bool ParseDocument(const std::string& text, Json::Value& request, std::string& error) {
     if (text.size() > kMaxRequestBytes) return Fail(error, "request longer than 64 KiB");
-    if (!ParseStrictJson(text, request)) return Fail(error, "request is not JSON text");
+    if (!tarnlinux::ParseStrictJson(text, request)) return Fail(error, "request is not JSON text");
     if (!request.isObject()) return Fail(error, "request is not a JSON object");
     return true;
 }

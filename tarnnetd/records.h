@@ -64,8 +64,6 @@ struct AddRequest {
     bool hasClass;
 };
 
-// Strict JSON: no comments, no trailing text, no duplicate members.
-bool ParseStrictJson(const std::string& text, Json::Value& value);
 // The request text as a JSON object: strict syntax, no duplicate members, bounded size.
 bool ParseDocument(const std::string& text, Json::Value& request, std::string& error);
 bool ParseFamily(const Json::Value& request, Family& family, std::string& error);

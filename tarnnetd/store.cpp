@@ -1,6 +1,7 @@
 #include "store.h"
 
 #include "hostkit/atomicfile.h"
+#include "hostkit/json.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -57,7 +58,7 @@ bool LoadRecords(const std::string& path, Records& records, std::string& error) 
     Json::Value document;
     if (result == tarnlinux::ReadResult::kRefused)
         reason = errno == EINVAL || errno == EFBIG ? "not a regular file of at most 4 MiB" : SystemError("cannot read");
-    else if (!ParseStrictJson(text, document))
+    else if (!tarnlinux::ParseStrictJson(text, document))
         reason = "not JSON text";
     else if (FromDocument(document, records, reason))
         return true;

@@ -1,5 +1,5 @@
 // Which of the kernel's addresses and links each library answer is made of.
-#include "linux.h"
+#include "addresses.h"
 
 #include <arpa/inet.h>
 #include <linux/if_addr.h>
@@ -14,8 +14,6 @@ namespace {
 constexpr size_t kMacLength = 6;
 // DUID-LL (RFC 8415): type 3, hardware type 1 (Ethernet), then the link-layer address.
 constexpr uint8_t kDuidLLHeader[] = {0x00, 0x03, 0x00, 0x01};
-
-int AddressBytes(int family) { return family == AF_INET ? 4 : 16; }
 
 bool Usable(const InterfaceAddress& address) {
     return (address.flags & (IFA_F_TENTATIVE | IFA_F_DADFAILED)) == 0 && address.scope == RT_SCOPE_UNIVERSE &&
@@ -34,28 +32,6 @@ std::string HexBytes(const uint8_t* bytes, size_t count, std::string text) {
 
 }  // namespace
 
-std::string AddressText(const InterfaceAddress& address) {
-    char text[INET6_ADDRSTRLEN] = "";
-    if (inet_ntop(address.family, address.bytes.data(), text, sizeof text) == nullptr) return "";
-    return text;
-}
-
-std::string NetworkText(const InterfaceAddress& address) {
-    InterfaceAddress network = address;
-    int bits = std::clamp(address.prefixlen, 0, AddressBytes(address.family) * 8);
-    for (int i = 0; i < AddressBytes(address.family); ++i) {
-        int keep = std::clamp(bits - i * 8, 0, 8);
-        network.bytes[i] &= static_cast<uint8_t>(0xff00 >> keep);
-    }
-    return AddressText(network);
-}
-
-bool IsLinkLocal(const InterfaceAddress& address) {
-    if (address.scope == RT_SCOPE_LINK) return true;
-    if (address.family == AF_INET) return address.bytes[0] == 169 && address.bytes[1] == 254;
-    return address.bytes[0] == 0xfe && (address.bytes[1] & 0xc0) == 0x80;
-}
-
 tarnnetwork::utils::AddressList GlobalIPv6Of(const std::vector<InterfaceAddress>& all, int ifindex) {
     tarnnetwork::utils::AddressList list;
     for (const InterfaceAddress& address : all) {
@@ -65,13 +41,11 @@ tarnnetwork::utils::AddressList GlobalIPv6Of(const std::vector<InterfaceAddress>
     return list;
 }
 
-// A tentative address still names the network it is joining; only one that failed its
-// duplicate check is not on the link.
 tarnnetwork::utils::AddressList NetworksOf(const std::vector<InterfaceAddress>& all, int ifindex, int family) {
     tarnnetwork::utils::AddressList list;
     for (const InterfaceAddress& address : all) {
         if (address.ifindex != ifindex || address.family != family) continue;
-        if (IsLinkLocal(address) || (address.flags & IFA_F_DADFAILED) != 0) continue;
+        if (!NamesNetwork(address)) continue;
         list.emplace_back(NetworkText(address), address.prefixlen);
     }
     return list;

@@ -1,7 +1,7 @@
 // Network library on Linux: the parts that need nothing but the kernel (address queries, the
 // DUID, the gateway list filter).
 #include "corestr.h"
-#include "linux.h"
+#include "addresses.h"
 #include "tarnnetwork.h"
 
 #include <net/if.h>

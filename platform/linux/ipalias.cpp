@@ -1,6 +1,7 @@
 // Network SDK on Linux: an interface's IP aliases.
 #include "corestr.h"
-#include "linux.h"
+#include "addresses.h"
+#include "hostkit/fd.h"
 #include "tarnnetsdk.h"
 
 #include <net/if.h>

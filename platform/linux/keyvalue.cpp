@@ -1,6 +1,7 @@
 // Core library on Linux: key/value files, read and rewritten in place of the old one.
 #include "hostkit/atomicfile.h"
-#include "linux.h"
+#include "hostkit/fd.h"
+#include "keyvalue.h"
 #include "tarncore.h"
 
 #include <fcntl.h>

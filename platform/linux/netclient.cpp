@@ -3,6 +3,7 @@
 // in one line.
 #include "sdbus.h"
 #include "hostkit/bus.h"
+#include "hostkit/log.h"
 #include "tarnnetwork.h"
 
 #include <json/reader.h>
@@ -17,6 +18,9 @@ namespace dbus {
 namespace {
 
 using tarnlinux::sdbus::Api;
+
+// The component of the client's log lines: the daemon it failed to reach.
+constexpr char kLog[] = "tarnnetd";
 
 struct BusClose {
     void operator()(sd_bus* bus) const { tarnlinux::sdbus::Get()->flush_close_unref(bus); }
@@ -53,7 +57,7 @@ sd_bus* BusOf(const NetClient* client) {
 }
 
 int Failed(const char* method, const std::string& reason) {
-    syslog(LOG_ERR, "tarnnetd %s: %s", method, reason.c_str());
+    tarnlinux::Log(LOG_ERR, kLog, std::string(method) + ": " + reason);
     return -1;
 }
 

@@ -1,5 +1,5 @@
 // Core library on Linux: programs started without a shell, with exactly the arguments given.
-#include "linux.h"
+#include "hostkit/fd.h"
 #include "tarncore.h"
 
 #include <fcntl.h>

@@ -1,5 +1,7 @@
 #include "sdbus.h"
 
+#include "hostkit/log.h"
+
 #include <dlfcn.h>
 #include <syslog.h>
 
@@ -24,7 +26,8 @@ bool Load(Api& api) {
               TARN_RESOLVE(message_unref);
     if (!ok) {
         const char* why = dlerror();
-        syslog(LOG_ERR, "cannot load %s: %s", kLibrary, why != nullptr ? why : "unknown reason");
+        tarnlinux::Log(LOG_ERR, "tarnnetd",
+                       std::string("cannot load ") + kLibrary + ": " + (why != nullptr ? why : "unknown reason"));
     }
     return ok;
 }

@@ -52,14 +52,18 @@ bool WriteAll(int fd, const std::string& text) {
     return true;
 }
 
+bool OpenRegular(const std::string& path, Fd& fd, struct stat& info, size_t limit) {
+    fd.Reset(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (fd.Get() < 0 || fstat(fd.Get(), &info) != 0) return false;
+    errno = EINVAL;
+    return S_ISREG(info.st_mode) && static_cast<uintmax_t>(info.st_size) <= limit;
+}
+
 ReadResult ReadRegular(const std::string& path, std::string& text, size_t limit, struct stat* info) {
     struct stat own;
-    if (info == nullptr) info = &own;
-    Fd fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (fd.Get() < 0 && errno == ENOENT) return ReadResult::kMissing;
-    if (fd.Get() < 0 || fstat(fd.Get(), info) != 0) return ReadResult::kRefused;
-    errno = EINVAL;
-    if (!S_ISREG(info->st_mode) || static_cast<uintmax_t>(info->st_size) > limit) return ReadResult::kRefused;
+    Fd fd;
+    if (!OpenRegular(path, fd, info != nullptr ? *info : own, limit))
+        return errno == ENOENT ? ReadResult::kMissing : ReadResult::kRefused;
     return ReadAll(fd.Get(), text, limit) ? ReadResult::kRead : ReadResult::kRefused;
 }
 

@@ -3,6 +3,8 @@
 #ifndef TARN_PLATFORM_LINUX_ATOMICFILE_H
 #define TARN_PLATFORM_LINUX_ATOMICFILE_H
 
+#include "hostkit/fd.h"
+
 #include <sys/stat.h>
 #include <sys/types.h>
 
@@ -15,6 +17,10 @@ namespace tarnlinux {
 // The rest of `fd` appended to `text`; false on a read error or past `limit` bytes in all.
 bool ReadAll(int fd, std::string& text, size_t limit = SIZE_MAX);
 bool WriteAll(int fd, const std::string& text);
+
+// Opens `path` for reading without following a link or waiting on a FIFO: false, with errno
+// (EINVAL for anything but a regular file of at most `limit` bytes), when it cannot.
+bool OpenRegular(const std::string& path, Fd& fd, struct stat& info, size_t limit = SIZE_MAX);
 
 // What a read of a file we own found.
 enum class ReadResult { kRead, kMissing, kRefused };

@@ -1,14 +1,12 @@
-// Address and link dumps over rtnetlink (libnl-route), kept in the kernel's order.
-#include "hostkit/interfaces.h"
-
 #include "hostkit/netlink.h"
 
+#include <linux/netlink.h>
 #include <netlink/route/rtnl.h>
+#include <sys/socket.h>
 
 #include <cstring>
-#include <memory>
 
-namespace tarnlinux {
+namespace tarnlinux::nl {
 namespace {
 
 // A dump that changed under the kernel's hands is asked again a few times.
@@ -35,64 +33,107 @@ int OnMessage(nl_msg* msg, void* arg) {
     return NL_OK;
 }
 
-void TakeAddress(nl_object* object, std::vector<InterfaceAddress>& out) {
-    auto* addr = reinterpret_cast<rtnl_addr*>(object);
-    nl_addr* local = rtnl_addr_get_local(addr);
-    if (local == nullptr) return;
-    InterfaceAddress address;
-    address.family = rtnl_addr_get_family(addr);
-    size_t length = nl_addr_get_len(local);
-    if ((address.family != AF_INET || length != 4) && (address.family != AF_INET6 || length != 16)) return;
-    std::memcpy(address.bytes.data(), nl_addr_get_binary_addr(local), length);
-    address.ifindex = rtnl_addr_get_ifindex(addr);
-    address.prefixlen = rtnl_addr_get_prefixlen(addr);
-    address.scope = rtnl_addr_get_scope(addr);
-    address.flags = rtnl_addr_get_flags(addr);
-    if (const char* label = rtnl_addr_get_label(addr)) address.label = label;
-    out.push_back(std::move(address));
-}
-
-void TakeLink(nl_object* object, std::vector<Link>& out) {
-    auto* rlink = reinterpret_cast<rtnl_link*>(object);
-    Link link;
-    link.ifindex = rtnl_link_get_ifindex(rlink);
-    if (nl_addr* hw = rtnl_link_get_addr(rlink)) {
-        const auto* bytes = static_cast<const uint8_t*>(nl_addr_get_binary_addr(hw));
-        link.hwaddr.assign(bytes, bytes + nl_addr_get_len(hw));
-    }
-    out.push_back(std::move(link));
-}
-
-// One dump on a socket of its own.
-template <typename T>
-bool DumpInto(int type, int family, void (*take)(nl_object*, std::vector<T>&), std::vector<T>& out) {
-    nl::Socket sock = nl::Connect();
-    auto restart = [&] { out.clear(); };
-    auto each = [&](nl_object* object) { take(object, out); };
-    return sock && nl::Dump(sock.get(), type, family, restart, each);
+// The text after the kernel's error: its extended-ack attributes follow the echoed request
+// (only its header when the ack was capped).
+std::string ExtAckText(const nlmsgerr* error) {
+    const auto* header = reinterpret_cast<const nlmsghdr*>(reinterpret_cast<const char*>(error) - NLMSG_HDRLEN);
+    if ((header->nlmsg_flags & NLM_F_ACK_TLVS) == 0) return "";
+    size_t offset = NLMSG_HDRLEN + sizeof(nlmsgerr);
+    if ((header->nlmsg_flags & NLM_F_CAPPED) == 0) offset += error->msg.nlmsg_len - NLMSG_HDRLEN;
+    if (offset >= header->nlmsg_len) return "";
+    nlattr* attrs[NLMSGERR_ATTR_MAX + 1] = {};
+    auto* first = reinterpret_cast<nlattr*>(const_cast<char*>(reinterpret_cast<const char*>(header)) + offset);
+    if (nla_parse(attrs, NLMSGERR_ATTR_MAX, first, static_cast<int>(header->nlmsg_len - offset), nullptr) < 0) return "";
+    const nlattr* text = attrs[NLMSGERR_ATTR_MSG];
+    if (text == nullptr) return "";
+    const auto* chars = static_cast<const char*>(nla_data(text));
+    return std::string(chars, strnlen(chars, nla_len(text)));
 }
 
 }  // namespace
 
-bool DumpAddresses(int family, std::vector<InterfaceAddress>& out) { return DumpInto(RTM_GETADDR, family, TakeAddress, out); }
+Session::Session() {
+    Socket sock(nl_socket_alloc());
+    if (!sock || nl_connect(sock.get(), NETLINK_ROUTE) < 0) {
+        error_ = "cannot open an rtnetlink socket";
+        return;
+    }
+    int on = 1;
+    setsockopt(nl_socket_get_fd(sock.get()), SOL_NETLINK, NETLINK_EXT_ACK, &on, sizeof on);
+    setsockopt(nl_socket_get_fd(sock.get()), SOL_NETLINK, NETLINK_CAP_ACK, &on, sizeof on);
+    nl_socket_modify_err_cb(sock.get(), NL_CB_CUSTOM, OnError, this);
+    sock_ = std::move(sock);
+}
 
-bool DumpLinks(std::vector<Link>& out) { return DumpInto(RTM_GETLINK, AF_UNSPEC, TakeLink, out); }
+int Session::OnError(sockaddr_nl*, nlmsgerr* error, void* self) {
+    auto* session = static_cast<Session*>(self);
+    session->errno_ = -error->error;
+    try {
+        session->reason_ = ExtAckText(error);
+    } catch (...) {
+        session->reason_.clear();
+    }
+    return NL_STOP;
+}
 
-bool nl::Dump(nl_sock* sock, int type, int family, const std::function<void()>& restart,
-              const std::function<void(nl_object*)>& take) {
+bool Session::Dump(int type, int family, const std::function<void()>& restart, const std::function<void(nl_object*)>& take) {
+    error_ = "cannot read the kernel's objects";
+    if (!sock_) return false;
     for (int attempt = 0; attempt < kDumpAttempts; ++attempt) {
         restart();
         // A callback set of its own leaves the socket's error callback as it is.
-        nl::Callbacks base(nl_socket_get_cb(sock));
-        nl::Callbacks cb(base ? nl_cb_clone(base.get()) : nullptr);
+        Callbacks base(nl_socket_get_cb(sock_.get()));
+        Callbacks cb(base ? nl_cb_clone(base.get()) : nullptr);
         Attempt state{&take};
         if (!cb || nl_cb_set(cb.get(), NL_CB_VALID, NL_CB_CUSTOM, OnMessage, &state) < 0) return false;
-        if (nl_rtgen_request(sock, type, family, NLM_F_DUMP) < 0) return false;
-        int result = nl_recvmsgs(sock, cb.get());
-        if (result >= 0 && !state.failed) return true;
+        if (nl_rtgen_request(sock_.get(), type, family, NLM_F_DUMP) < 0) return false;
+        int result = nl_recvmsgs(sock_.get(), cb.get());
+        if (result >= 0 && !state.failed) {
+            error_.clear();
+            return true;
+        }
         if (result != -NLE_DUMP_INTR) return false;
     }
     return false;
 }
 
-}  // namespace tarnlinux
+bool Session::Change(nl_msg* msg, int built, const std::string& what) {
+    Message owned(msg);
+    errno_ = 0;
+    reason_.clear();
+    error_.clear();
+    if (built < 0 || !sock_) {
+        error_ = what + ": " + (sock_ ? nl_geterror(built) : "no rtnetlink socket");
+        return false;
+    }
+    int result = nl_send_sync(sock_.get(), owned.release());
+    if (result >= 0) return true;
+    error_ = what + ": " + (errno_ != 0 ? std::strerror(errno_) : nl_geterror(result));
+    if (!reason_.empty()) error_ += " (" + reason_ + ")";
+    return false;
+}
+
+Route DefaultRoute(int family, int ifindex, nl_addr* gateway, uint8_t protocol, uint32_t metric) {
+    Route route(rtnl_route_alloc());
+    Addr any(nl_addr_alloc(0));
+    rtnl_nexthop* hop = rtnl_route_nh_alloc();
+    if (!route || !any || hop == nullptr) {
+        if (hop != nullptr) rtnl_route_nh_free(hop);
+        return nullptr;
+    }
+    nl_addr_set_family(any.get(), family);
+    nl_addr_set_prefixlen(any.get(), 0);
+    rtnl_route_set_family(route.get(), static_cast<uint8_t>(family));
+    rtnl_route_set_table(route.get(), RT_TABLE_MAIN);
+    rtnl_route_set_protocol(route.get(), protocol);
+    if (metric != 0) rtnl_route_set_priority(route.get(), metric);
+    rtnl_route_set_scope(route.get(), RT_SCOPE_UNIVERSE);
+    rtnl_route_set_type(route.get(), RTN_UNICAST);
+    rtnl_route_set_dst(route.get(), any.get());
+    rtnl_route_nh_set_ifindex(hop, ifindex);
+    if (gateway != nullptr) rtnl_route_nh_set_gateway(hop, gateway);
+    rtnl_route_add_nexthop(route.get(), hop);  // the route owns the hop from here
+    return route;
+}
+
+}  // namespace tarnlinux::nl

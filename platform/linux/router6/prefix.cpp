@@ -1,5 +1,6 @@
 // IPv6 prefix arithmetic of the router library: an address is one 128-bit number, so that a
 // /0 or the last /64 of the address space needs no special case.
+#include "hostkit/inet.h"
 #include "router6/router6.h"
 #include "tarnnetwork.h"
 
@@ -50,9 +51,7 @@ in6_addr ToIn6(u128 bits) {
 
 std::string AddressText(u128 bits) {
     in6_addr address = ToIn6(bits);
-    char text[INET6_ADDRSTRLEN] = "";
-    inet_ntop(AF_INET6, &address, text, sizeof text);
-    return text;
+    return tarnlinux::AddressText(AF_INET6, address.s6_addr);
 }
 
 std::optional<Prefix> ParsePrefix(const std::string& text) {

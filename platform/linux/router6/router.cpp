@@ -1,13 +1,14 @@
 // The IPv6 routers: native (forwarding on, router advertisements still accepted) and the
 // 6in4 and 6to4 tunnels, made through rtnetlink and /proc/sys; and the consumers' addresses.
-#include "linux.h"
+#include "hostkit/interfaces.h"
+#include "hostkit/log.h"
 #include "hostkit/netlink.h"
 #include "hostkit/owned.h"
+#include "hostkit/sysctl.h"
 #include "router6/router6.h"
 #include "tarnnetwork.h"
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <net/if.h>
 #include <netlink/route/link/sit.h>
 #include <syslog.h>
@@ -31,8 +32,7 @@ constexpr int kSixToFourLength = 48;
 // The tunnel's own address lies in 2002::/16, the whole 6to4 space, reached through the relay.
 constexpr int kSixToFourTunnelLength = 16;
 
-using nl::Connect;
-using nl::Socket;
+using nl::Session;
 
 nl::Addr BuildAddress(int family, const void* bytes, size_t size, int length) {
     nl::Addr address(nl_addr_build(family, bytes, size));
@@ -40,28 +40,34 @@ nl::Addr BuildAddress(int family, const void* bytes, size_t size, int length) {
     return address;
 }
 
+// Sends a change and logs the kernel's refusal, unless its errno is `harmless`.
+bool Change(Session& session, nl_msg* msg, int built, const std::string& what, int harmless = 0) {
+    if (session.Change(msg, built, what) || (harmless != 0 && session.Errno() == harmless)) return true;
+    Log(LOG_ERR, kLog, session.Error());
+    return false;
+}
+
 // Adds or removes an IPv6 address; one already there (or already gone) counts as done.
 bool ChangeAddress(int ifindex, unsigned __int128 bits, int length, bool add) {
     in6_addr local = ToIn6(bits);
-    Socket sock = Connect();
+    Session session;
     nl::Address address(rtnl_addr_alloc());
     nl::Addr bytes = BuildAddress(AF_INET6, &local, sizeof local, length);
-    if (!sock || !address || !bytes) return false;
+    if (!session.Ok() || !address || !bytes) return false;
     rtnl_addr_set_ifindex(address.get(), ifindex);
     rtnl_addr_set_family(address.get(), AF_INET6);
     if (rtnl_addr_set_local(address.get(), bytes.get()) < 0) return false;
     rtnl_addr_set_prefixlen(address.get(), length);
-    int result = add ? rtnl_addr_add(sock.get(), address.get(), 0) : rtnl_addr_delete(sock.get(), address.get(), 0);
-    if (result >= 0 || result == (add ? -NLE_EXIST : -NLE_NOADDR)) return true;
-    Log(LOG_ERR, "address %s/%d not %s: %s", AddressText(bits).c_str(), length, add ? "added" : "removed", nl_geterror(result));
-    return false;
+    nl_msg* msg = nullptr;
+    int built = add ? rtnl_addr_build_add_request(address.get(), NLM_F_CREATE, &msg)
+                    : rtnl_addr_build_delete_request(address.get(), 0, &msg);
+    std::string what = "address " + AddressText(bits) + "/" + std::to_string(length) + (add ? " not added" : " not removed");
+    return Change(session, msg, built, what, add ? EEXIST : EADDRNOTAVAIL);
 }
 
-bool WriteSysctl(const std::string& path, const char* value) {
-    Fd fd(open(path.c_str(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC));
-    size_t size = std::strlen(value);
-    if (fd.Get() >= 0 && write(fd.Get(), value, size) == static_cast<ssize_t>(size)) return true;
-    Log(LOG_ERR, "%s not set to %s: %s", path.c_str(), value, strerror(errno));
+bool SetSysctl(const std::string& path, const char* value) {
+    if (WriteSysctl(path, value)) return true;
+    Logf(LOG_ERR, kLog, "%s not set to %s: %s", path.c_str(), value, strerror(errno));
     return false;
 }
 
@@ -78,50 +84,44 @@ uint32_t IPv4Of(int ifindex) {
     return 0;
 }
 
-// Sends a request built elsewhere and waits for the kernel's answer: 0 or a libnl error.
-int Send(nl_sock* sock, nl_msg* request) {
-    int result = nl_send_auto(sock, request);
-    return result < 0 ? result : nl_wait_for_ack(sock);
+bool DeleteLink(Session& session, int ifindex, const std::string& name) {
+    nl::Link link(rtnl_link_alloc());
+    if (!link) return false;
+    rtnl_link_set_ifindex(link.get(), ifindex);
+    nl_msg* msg = nullptr;
+    int built = rtnl_link_build_delete_request(link.get(), &msg);
+    return Change(session, msg, built, "tunnel " + name + " not removed");
 }
 
 bool MakeTunnel(const TunnelPlan& plan) {
-    Socket sock = Connect();
-    if (!sock) return false;
+    Session session;
+    if (!session.Ok()) return false;
     // A tunnel left by an earlier Create is replaced, so that a second Create leaves one router
     // with the current ends.
-    nl::Link old;
-    rtnl_link* found = nullptr;
-    if (rtnl_link_get_kernel(sock.get(), 0, plan.name.c_str(), &found) >= 0) {
-        old.reset(found);
-        const char* kind = rtnl_link_get_type(old.get());
-        if (kind == nullptr || std::strcmp(kind, kSitKind) != 0) {
-            Log(LOG_ERR, "tunnel %s not made: an interface of another kind has its name", plan.name.c_str());
+    if (std::optional<Link> old = FindLink(session, plan.name)) {
+        if (old->kind != kSitKind) {
+            Logf(LOG_ERR, kLog, "tunnel %s not made: an interface of another kind has its name", plan.name.c_str());
             return false;
         }
-        rtnl_link_delete(sock.get(), old.get());
+        DeleteLink(session, old->ifindex, plan.name);
     }
-    nl::Message request(TunnelRequest(plan));
-    if (!request) return false;
-    int result = Send(sock.get(), request.get());
-    if (result == -NLE_OPNOTSUPP) {
-        Log(LOG_ERR, "tunnel %s not made: the kernel lacks the sit tunnel type", plan.name.c_str());
+    nl_msg* request = TunnelRequest(plan);
+    if (!session.Change(request, request != nullptr ? 0 : -NLE_NOMEM, "tunnel " + plan.name + " not made")) {
+        if (session.Errno() == EOPNOTSUPP)
+            Logf(LOG_ERR, kLog, "tunnel %s not made: the kernel lacks the sit tunnel type", plan.name.c_str());
+        else
+            Log(LOG_ERR, kLog, session.Error());
         return false;
     }
-    if (result < 0) {
-        Log(LOG_ERR, "tunnel %s not made: %s", plan.name.c_str(), nl_geterror(result));
-        return false;
-    }
-    nl::Link link;
-    rtnl_link* made = nullptr;
-    if (rtnl_link_get_kernel(sock.get(), 0, plan.name.c_str(), &made) < 0) return false;
-    link.reset(made);
+    std::optional<Link> made = FindLink(session, plan.name);
+    nl::Link link(rtnl_link_alloc());
     nl::Link change(rtnl_link_alloc());
-    if (!change) return false;
+    if (!made || !link || !change) return false;
+    rtnl_link_set_ifindex(link.get(), made->ifindex);
     rtnl_link_set_flags(change.get(), IFF_UP);
-    result = rtnl_link_change(sock.get(), link.get(), change.get(), 0);
-    if (result >= 0) return true;
-    Log(LOG_ERR, "tunnel %s not up: %s", plan.name.c_str(), nl_geterror(result));
-    return false;
+    nl_msg* msg = nullptr;
+    int built = rtnl_link_build_change_request(link.get(), change.get(), 0, &msg);
+    return Change(session, msg, built, "tunnel " + plan.name + " not up");
 }
 
 // The IPv6 default route through the tunnel, over `via` when given.
@@ -130,15 +130,14 @@ bool AddDefaultRoute(const std::string& tunnel, const char* via) {
     in6_addr gateway;
     nl::Addr next;
     if (via != nullptr && inet_pton(AF_INET6, via, &gateway) == 1) next = BuildAddress(AF_INET6, &gateway, sizeof gateway, 128);
-    Socket sock = Connect();
+    Session session;
     nl::Route route = nl::DefaultRoute(AF_INET6, ifindex, next.get(), kProtoTunnel, 0);
-    if (ifindex == 0 || !sock || !route) return false;
+    if (ifindex == 0 || !session.Ok() || !route) return false;
     // A failure only costs `ip route` the protocol's name.
-    if (!NameRouteProtocols()) Log(LOG_WARNING, "%s not written: %s", kProtoNamesPath, strerror(errno));
-    int result = rtnl_route_add(sock.get(), route.get(), NLM_F_CREATE);
-    if (result >= 0 || result == -NLE_EXIST) return true;
-    Log(LOG_ERR, "default route through %s not added: %s", tunnel.c_str(), nl_geterror(result));
-    return false;
+    if (!NameRouteProtocols()) Logf(LOG_WARNING, kLog, "%s not written: %s", kProtoNamesPath, strerror(errno));
+    nl_msg* msg = nullptr;
+    int built = rtnl_route_build_add_request(route.get(), NLM_F_CREATE, &msg);
+    return Change(session, msg, built, "default route through " + tunnel + " not added", EEXIST);
 }
 
 bool IPv4Text(const std::string& text, uint32_t& bits) {
@@ -163,14 +162,13 @@ public:
 
     bool Destroy() override {
         if (type == kNative) {
-            Log(LOG_INFO, "native router of %s is not taken down: forwarding is shared by all interfaces", ifname_.c_str());
+            Logf(LOG_INFO, kLog, "native router of %s is not taken down: forwarding is shared by all interfaces",
+                 ifname_.c_str());
             return false;
         }
-        Socket sock = Connect();
-        rtnl_link* found = nullptr;
-        if (!sock || rtnl_link_get_kernel(sock.get(), 0, TunnelName().c_str(), &found) < 0) return false;
-        nl::Link link(found);
-        return rtnl_link_delete(sock.get(), link.get()) >= 0;
+        Session session;
+        std::optional<Link> tunnel = FindLink(session, TunnelName());
+        return tunnel && DeleteLink(session, tunnel->ifindex, TunnelName());
     }
 
     bool Reload() override { return Prepare() >= 0; }
@@ -197,7 +195,7 @@ private:
     bool MakePlan(Plan& plan) const {
         plan.ifindex = static_cast<int>(if_nametoindex(ifname_.c_str()));
         if (plan.ifindex == 0) {
-            Log(LOG_ERR, "no interface %s for its IPv6 router", ifname_.c_str());
+            Logf(LOG_ERR, kLog, "no interface %s for its IPv6 router", ifname_.c_str());
             return false;
         }
         if (type == kNative) return true;
@@ -205,11 +203,11 @@ private:
         plan.tunnel.link = plan.ifindex;
         plan.tunnel.local = IPv4Of(plan.ifindex);
         if (!ValidIfname(plan.tunnel.name)) {
-            Log(LOG_ERR, "tunnel name %s is too long for the kernel", plan.tunnel.name.c_str());
+            Logf(LOG_ERR, kLog, "tunnel name %s is too long for the kernel", plan.tunnel.name.c_str());
             return false;
         }
         if (plan.tunnel.local == 0) {
-            Log(LOG_ERR, "%s has no IPv4 address for the tunnel's local end", ifname_.c_str());
+            Logf(LOG_ERR, kLog, "%s has no IPv4 address for the tunnel's local end", ifname_.c_str());
             return false;
         }
         return type == k6to4 ? PlanSixToFour(plan) : PlanSixInFour(plan);
@@ -227,14 +225,14 @@ private:
     bool PlanSixInFour(Plan& plan) const {
         std::optional<Document> document = SystemStore().Load(ifname_);
         if (!document || !IPv4Text(document->remote, plan.tunnel.remote)) {
-            Log(LOG_ERR, "6in4 router of %s needs the remote end in its configuration", ifname_.c_str());
+            Logf(LOG_ERR, kLog, "6in4 router of %s needs the remote end in its configuration", ifname_.c_str());
             return false;
         }
         const std::string& text = document->tunnelAddress;
         std::optional<Prefix> network = ParsePrefix(text);
         std::optional<unsigned __int128> address = ParseAddress(text.substr(0, text.find('/')));
         if (!network || !address) {
-            Log(LOG_ERR, "6in4 router of %s needs the tunnel address in its configuration", ifname_.c_str());
+            Logf(LOG_ERR, kLog, "6in4 router of %s needs the tunnel address in its configuration", ifname_.c_str());
             return false;
         }
         plan.tunnelAddress = *address;
@@ -245,8 +243,7 @@ private:
     // accept_ra 2 comes first: with forwarding on, an interface that only accepts router
     // advertisements when not forwarding would lose its own configuration.
     bool CreateNative() const {
-        return WriteSysctl("/proc/sys/net/ipv6/conf/" + ifname_ + "/accept_ra", "2") &&
-               WriteSysctl("/proc/sys/net/ipv6/conf/all/forwarding", "1");
+        return SetSysctl(IPv6ConfPath(ifname_, "accept_ra"), "2") && SetSysctl(IPv6ConfPath("all", "forwarding"), "1");
     }
 
     bool CreateTunnel(const Plan& plan) const {
@@ -254,7 +251,7 @@ private:
         int tunnel = static_cast<int>(if_nametoindex(plan.tunnel.name.c_str()));
         return tunnel != 0 && ChangeAddress(tunnel, plan.tunnelAddress, plan.tunnelLength, true) &&
                AddDefaultRoute(plan.tunnel.name, type == k6to4 ? kSixToFourRelay : nullptr) &&
-               WriteSysctl("/proc/sys/net/ipv6/conf/all/forwarding", "1");
+               SetSysctl(IPv6ConfPath("all", "forwarding"), "1");
     }
 
     std::string ifname_;
@@ -306,12 +303,13 @@ Router6Factory::~Router6Factory() = default;
 // The second word names the connection type to set up; anything else makes no router.
 Router6* Router6Factory::newRouterV6Instance(const std::string& ifname, const std::string& arg) {
     using namespace tarnlinux::router6;
+    using tarnlinux::Logf;
     if (arg != kNative && arg != k6in4 && arg != k6to4) {
-        Log(LOG_ERR, "no IPv6 router of the type [%s]", arg.c_str());
+        Logf(LOG_ERR, kLog, "no IPv6 router of the type [%s]", arg.c_str());
         return nullptr;
     }
     if (!tarnlinux::ValidIfname(ifname)) {
-        Log(LOG_ERR, "no IPv6 router for the interface name [%s]", ifname.c_str());
+        Logf(LOG_ERR, kLog, "no IPv6 router for the interface name [%s]", ifname.c_str());
         return nullptr;
     }
     return new (std::nothrow) Router(ifname, arg);

@@ -115,8 +115,8 @@ private:
 // The product's store: kRouter6StoreDir, kRouter6LockPath, addresses through the kernel.
 Store& SystemStore();
 
-// One log line of the router library.
-void Log(int priority, const char* format, ...) __attribute__((format(printf, 2, 3)));
+// The router library's component in the platform's log lines.
+inline constexpr char kLog[] = "ipv6-router";
 
 // The tunnel an interface's 6in4 or 6to4 router uses.
 struct TunnelPlan {

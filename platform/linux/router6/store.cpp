@@ -1,7 +1,10 @@
 // The IPv6 router's stored configurations: one JSON document per interface, the pool's
 // ownership rules over all of them, and each read-change-write under the store lock.
 #include "hostkit/atomicfile.h"
-#include "linux.h"
+#include "hostkit/fd.h"
+#include "hostkit/json.h"
+#include "hostkit/lock.h"
+#include "hostkit/log.h"
 #include "router6/router6.h"
 #include "tarnnetwork.h"
 
@@ -24,7 +27,7 @@ namespace {
 namespace fs = std::filesystem;
 
 // A document is a few hundred bytes; anything far larger is not one of ours.
-constexpr off_t kMaxDocumentSize = 1 << 20;
+constexpr size_t kMaxDocumentSize = 1 << 20;
 
 // Members of a document.
 constexpr char kType[] = "type";
@@ -75,15 +78,6 @@ Document* Home(Documents& documents, unsigned __int128 subnet, std::string& ifna
     return home;
 }
 
-// Opens a regular file without following a link or waiting on a FIFO; false, with errno set,
-// when it cannot.
-bool OpenDocumentFile(const std::string& path, Fd& fd, struct stat& info) {
-    fd.Reset(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (fd.Get() < 0 || fstat(fd.Get(), &info) != 0) return false;
-    errno = EINVAL;
-    return S_ISREG(info.st_mode) && info.st_size <= kMaxDocumentSize;
-}
-
 // A rewrite is a new file, so the same file, size and time mean the same text.
 bool SameVersion(const struct stat& a, const struct stat& b) {
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size && a.st_mtim.tv_sec == b.st_mtim.tv_sec &&
@@ -92,21 +86,9 @@ bool SameVersion(const struct stat& a, const struct stat& b) {
 
 }  // namespace
 
-void Log(int priority, const char* format, ...) {
-    char text[512];
-    va_list args;
-    va_start(args, format);
-    std::vsnprintf(text, sizeof text, format, args);
-    va_end(args);
-    syslog(priority, "ipv6-router: %s", text);
-}
-
 std::optional<Document> ParseDocument(const std::string& text) {
-    Json::CharReaderBuilder builder;
-    Json::CharReaderBuilder::strictMode(&builder.settings_);
-    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     Json::Value root;
-    if (!reader->parse(text.data(), text.data() + text.size(), &root, nullptr) || !root.isObject()) return std::nullopt;
+    if (!ParseStrictJson(text, root) || !root.isObject()) return std::nullopt;
     Document document;
     if (!root[kType].isString()) return std::nullopt;
     document.type = root[kType].asString();
@@ -200,20 +182,21 @@ Store::Store(std::string dir, std::string lockPath, AddressHook hook)
 
 std::optional<Document> Store::Load(const std::string& ifname) const {
     if (!ValidIfname(ifname)) {
-        Log(LOG_ERR, "no configuration for the interface name [%s]", ifname.c_str());
+        Logf(LOG_ERR, kLog, "no configuration for the interface name [%s]", ifname.c_str());
         return std::nullopt;
     }
     Fd fd;
     struct stat info;
     std::string text;
-    if (!OpenDocumentFile(dir_ + "/" + ifname, fd, info) || !ReadDocumentFileOrCached(ifname, fd.Get(), info, text)) {
-        Log(errno == ENOENT ? LOG_INFO : LOG_ERR, "configuration of %s not readable: %s", ifname.c_str(), strerror(errno));
+    if (!OpenRegular(dir_ + "/" + ifname, fd, info, kMaxDocumentSize) ||
+        !ReadDocumentFileOrCached(ifname, fd.Get(), info, text)) {
+        Logf(errno == ENOENT ? LOG_INFO : LOG_ERR, kLog, "configuration of %s not readable: %s", ifname.c_str(), strerror(errno));
         return std::nullopt;
     }
     if (text.empty()) return cache_[ifname].document;
     std::optional<Document> document = ParseDocument(text);
     if (!document) {
-        Log(LOG_ERR, "configuration of %s is not a router document", ifname.c_str());
+        Logf(LOG_ERR, kLog, "configuration of %s is not a router document", ifname.c_str());
         return std::nullopt;
     }
     cache_[ifname] = Cached{info, *document};
@@ -241,14 +224,14 @@ bool Store::LoadAll(Documents& documents) const {
         if (!document) return false;
         documents.emplace(name, std::move(*document));
     }
-    if (error) Log(LOG_ERR, "%s not readable: %s", dir_.c_str(), error.message().c_str());
+    if (error) Logf(LOG_ERR, kLog, "%s not readable: %s", dir_.c_str(), error.message().c_str());
     return !error;
 }
 
 bool Store::Write(const std::string& ifname, const Document& document) const {
     std::string path = dir_ + "/" + ifname;
     if (!ReplaceFile(path, DocumentText(document))) {
-        Log(LOG_ERR, "configuration of %s not written: %s", ifname.c_str(), strerror(errno));
+        Logf(LOG_ERR, kLog, "configuration of %s not written: %s", ifname.c_str(), strerror(errno));
         return false;
     }
     struct stat info;
@@ -258,9 +241,9 @@ bool Store::Write(const std::string& ifname, const Document& document) const {
 
 bool Store::Change(const std::string& prefix, const std::string& owner, bool allocate) {
     const char* verb = allocate ? "allocate" : "deallocate";
-    tarnnetwork::utils::FileLock lock(lockPath_, true);
-    if (!lock.Lock()) {
-        Log(LOG_ERR, "store lock %s not taken", lockPath_.c_str());
+    HeldLock lock(lockPath_);
+    if (!lock.Take()) {
+        Logf(LOG_ERR, kLog, "store lock %s not taken", lockPath_.c_str());
         return false;
     }
     Documents documents;
@@ -270,13 +253,13 @@ bool Store::Change(const std::string& prefix, const std::string& owner, bool all
     bool ruled =
         allocate ? AllocateIn(documents, prefix, owner, ifname, error) : DeallocateIn(documents, prefix, owner, ifname, error);
     if (!ruled) {
-        Log(LOG_INFO, "cannot %s [%s] for %s: %s", verb, prefix.c_str(), owner.c_str(), error.c_str());
+        Logf(LOG_INFO, kLog, "cannot %s [%s] for %s: %s", verb, prefix.c_str(), owner.c_str(), error.c_str());
         return false;
     }
     // A release of nothing touches no interface; a repeated allocation makes sure of the address.
     if (!allocate && ifname.empty()) return true;
     if (!hook_(owner, prefix, allocate)) {
-        Log(LOG_ERR, "cannot %s [%s] for %s: address of the interface not changed", verb, prefix.c_str(), owner.c_str());
+        Logf(LOG_ERR, kLog, "cannot %s [%s] for %s: address of the interface not changed", verb, prefix.c_str(), owner.c_str());
         return false;
     }
     if (ifname.empty() || Write(ifname, documents[ifname])) return true;
@@ -290,9 +273,9 @@ bool Store::Deallocate(const std::string& prefix, const std::string& owner) { re
 
 bool Store::Update(const std::string& ifname, const std::function<bool(Document&)>& change) {
     if (!ValidIfname(ifname)) return false;
-    tarnnetwork::utils::FileLock lock(lockPath_, true);
-    if (!lock.Lock()) {
-        Log(LOG_ERR, "store lock %s not taken", lockPath_.c_str());
+    HeldLock lock(lockPath_);
+    if (!lock.Take()) {
+        Logf(LOG_ERR, kLog, "store lock %s not taken", lockPath_.c_str());
         return false;
     }
     Document document;

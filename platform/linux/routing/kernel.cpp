@@ -1,11 +1,9 @@
 // The kernel's routes and rules over rtnetlink (libnl-route), as plain values, and the changes
-// to them. libnl turns the kernel's errno into its own coarser codes, so the error callback
-// keeps the errno and the kernel's extended-ack text for the log line.
+// to them.
 #include "hostkit/netlink.h"
 #include "routing/routing.h"
 
 #include <linux/fib_rules.h>
-#include <linux/netlink.h>
 #include <netlink/route/nexthop.h>
 #include <netlink/route/rtnl.h>
 
@@ -65,66 +63,15 @@ void Take(nl_object* object, std::vector<Rule>& out) {
     out.push_back(std::move(rule));
 }
 
-// The text after the kernel's error: its extended-ack attributes follow the echoed request
-// (only its header when the ack was capped).
-std::string ExtAckText(const nlmsgerr* error) {
-    const auto* header = reinterpret_cast<const nlmsghdr*>(reinterpret_cast<const char*>(error) - NLMSG_HDRLEN);
-    if ((header->nlmsg_flags & NLM_F_ACK_TLVS) == 0) return "";
-    size_t offset = NLMSG_HDRLEN + sizeof(nlmsgerr);
-    if ((header->nlmsg_flags & NLM_F_CAPPED) == 0) offset += error->msg.nlmsg_len - NLMSG_HDRLEN;
-    if (offset >= header->nlmsg_len) return "";
-    nlattr* attrs[NLMSGERR_ATTR_MAX + 1] = {};
-    auto* first = reinterpret_cast<nlattr*>(const_cast<char*>(reinterpret_cast<const char*>(header)) + offset);
-    if (nla_parse(attrs, NLMSGERR_ATTR_MAX, first, static_cast<int>(header->nlmsg_len - offset), nullptr) < 0) return "";
-    if (attrs[NLMSGERR_ATTR_MSG] == nullptr) return "";
-    return std::string(static_cast<const char*>(nla_data(attrs[NLMSGERR_ATTR_MSG])),
-                       strnlen(static_cast<const char*>(nla_data(attrs[NLMSGERR_ATTR_MSG])), nla_len(attrs[NLMSGERR_ATTR_MSG])));
-}
-
 }  // namespace
 
 Kernel::Kernel() {
-    nl_sock* sock = nl_socket_alloc();
-    if (sock == nullptr || nl_connect(sock, NETLINK_ROUTE) < 0) {
-        if (sock != nullptr) nl_socket_free(sock);
-        LogError("routing: cannot open an rtnetlink socket");
-        return;
-    }
-    int on = 1;
-    setsockopt(nl_socket_get_fd(sock), SOL_NETLINK, NETLINK_EXT_ACK, &on, sizeof on);
-    setsockopt(nl_socket_get_fd(sock), SOL_NETLINK, NETLINK_CAP_ACK, &on, sizeof on);
-    nl_socket_modify_err_cb(sock, NL_CB_CUSTOM, OnError, this);
-    sock_ = sock;
-}
-
-Kernel::~Kernel() {
-    if (sock_ != nullptr) nl_socket_free(sock_);
-}
-
-int Kernel::OnError(sockaddr_nl*, nlmsgerr* error, void* self) {
-    auto* kernel = static_cast<Kernel*>(self);
-    kernel->errno_ = -error->error;
-    try {
-        kernel->reason_ = ExtAckText(error);
-    } catch (...) {
-        kernel->reason_.clear();
-    }
-    return NL_STOP;
+    if (!session_.Ok()) LogError(session_.Error());
 }
 
 bool Kernel::Send(nl_msg* msg, int built, const std::string& what) {
-    errno_ = 0;
-    reason_.clear();
-    if (built < 0 || sock_ == nullptr) {
-        nlmsg_free(msg);
-        LogError("routing: " + what + ": " + (sock_ == nullptr ? "no rtnetlink socket" : nl_geterror(built)));
-        return false;
-    }
-    int result = nl_send_sync(sock_, msg);
-    if (result >= 0) return true;
-    std::string cause = errno_ != 0 ? std::strerror(errno_) : nl_geterror(result);
-    if (!reason_.empty()) cause += " (" + reason_ + ")";
-    LogError("routing: " + what + ": " + cause);
+    if (session_.Change(msg, built, what)) return true;
+    LogError(session_.Error());
     return false;
 }
 
@@ -132,9 +79,8 @@ template <typename T>
 bool Kernel::Dump(int type, int family, std::vector<T>& out) {
     auto restart = [&] { out.clear(); };
     auto take = [&](nl_object* object) { Take(object, out); };
-    if (tarnlinux::nl::Dump(sock_, type, family, restart, take)) return true;
-    LogError(std::string("routing: cannot read the kernel's ") + FamilyName(family) +
-             (type == RTM_GETROUTE ? " routes" : " rules"));
+    if (session_.Dump(type, family, restart, take)) return true;
+    LogError(std::string("cannot read the kernel's ") + FamilyName(family) + (type == RTM_GETROUTE ? " routes" : " rules"));
     return false;
 }
 
@@ -215,7 +161,7 @@ bool Kernel::Apply(const RoutePlan& plan) {
     for (const Route& route : plan.add) ok = AddRoute(route, false) && ok;
     for (const Route& route : plan.replace) ok = AddRoute(route, true) && ok;
     for (const Route& route : plan.conflicts) {
-        LogError("routing: route " + Describe(route) + " skipped: a route of another protocol holds its place");
+        LogError("route " + Describe(route) + " skipped: a route of another protocol holds its place");
         ok = false;
     }
     return ok;

@@ -2,7 +2,8 @@
 // table each interface has, its stored rules and its sources; each call changes the state under
 // the state lock and then makes the kernel match it, so reruns find nothing to do.
 #include "hostkit/atomicfile.h"
-#include "linux.h"
+#include "hostkit/interfaces.h"
+#include "hostkit/lock.h"
 #include "routing/routing.h"
 #include "tarnnetwork.h"
 
@@ -19,7 +20,7 @@ constexpr int kDone = 0;
 constexpr int kFailed = -1;
 
 int Refuse(const std::string& operation, const std::string& why) {
-    LogError("policy-route: " + operation + ": " + why);
+    LogError(operation + ": " + why, kPolicyLog);
     return kFailed;
 }
 
@@ -33,10 +34,10 @@ std::optional<int> FamilyOf(IP_TYPE type, std::string& why) {
 // The state read under the state lock, held until the session ends.
 class Session {
 public:
-    Session() : lock_(tarnlinux::kPolicyLockPath, true) {}
+    Session() : lock_(tarnlinux::kPolicyLockPath) {}
 
     bool Open(std::string& why) {
-        if (!lock_.Lock()) {
+        if (!lock_.Take()) {
             why = std::string("cannot take the lock ") + tarnlinux::kPolicyLockPath;
             return false;
         }
@@ -69,17 +70,16 @@ public:
     PolicyState state;
 
 private:
-    utils::FileLock lock_;
+    tarnlinux::HeldLock lock_;
 };
 
 std::vector<Prefix> ConnectedNetworks(int family, int ifindex) {
     std::vector<tarnlinux::InterfaceAddress> all;
     std::vector<Prefix> networks;
     if (!tarnlinux::DumpAddresses(family, all)) return networks;
-    std::string unused;
-    for (const auto& [text, length] : tarnlinux::NetworksOf(all, ifindex, family)) {
-        std::optional<Prefix> network = ParseAddress(family, text, unused);
-        if (network) networks.push_back(NetworkOf(*network, length));
+    for (const tarnlinux::InterfaceAddress& address : all) {
+        if (address.ifindex != ifindex || address.family != family || !tarnlinux::NamesNetwork(address)) continue;
+        networks.push_back(NetworkOf(Prefix{family, address.bytes, AddressBits(family)}, address.prefixlen));
     }
     return networks;
 }

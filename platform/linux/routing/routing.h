@@ -5,6 +5,7 @@
 #ifndef TARN_PLATFORM_LINUX_ROUTING_H
 #define TARN_PLATFORM_LINUX_ROUTING_H
 
+#include "hostkit/netlink.h"
 #include "hostkit/owned.h"
 #include "tarnnetwork.h"
 
@@ -18,9 +19,6 @@
 #include <optional>
 #include <string>
 #include <vector>
-
-struct nl_sock;
-struct nl_msg;
 
 namespace tarnroute {
 
@@ -177,19 +175,21 @@ std::optional<std::vector<StaticEntry>> ParseStaticRoutes(const std::string& tex
 Json::Value TablesDocument(const std::vector<Route>& routes, const std::map<uint32_t, std::string>& names,
                            const std::map<int, std::string>& devices);
 
-// One line to the system log at LOG_ERR.
-void LogError(const std::string& text);
+// One line of the routing code to the system log at LOG_ERR: "<component>: <text>".
+inline constexpr char kRoutingLog[] = "routing";
+inline constexpr char kPolicyLog[] = "policy-route";
+inline constexpr char kStaticLog[] = "static-route";
+void LogError(const std::string& text, const char* component = kRoutingLog);
 
 // A session with the kernel over rtnetlink. Every failed change is logged with the operation,
 // the object and the kernel's reason.
 class Kernel {
 public:
     Kernel();
-    ~Kernel();
     Kernel(const Kernel&) = delete;
     Kernel& operator=(const Kernel&) = delete;
 
-    bool Ok() const { return sock_ != nullptr; }
+    bool Ok() const { return session_.Ok(); }
     bool DumpRoutes(int family, std::vector<Route>& out);
     bool DumpRules(int family, std::vector<Rule>& out);
     bool AddRoute(const Route& route, bool replace);
@@ -200,15 +200,12 @@ public:
     bool DeleteRule(const Rule& rule);
 
 private:
-    static int OnError(struct sockaddr_nl* peer, struct nlmsgerr* error, void* self);
     // Sends one change and waits for the kernel's answer; logs `what` with the reason on failure.
     bool Send(::nl_msg* msg, int built, const std::string& what);
     template <typename T>
     bool Dump(int type, int family, std::vector<T>& out);
 
-    ::nl_sock* sock_ = nullptr;
-    int errno_ = 0;       // of the last refused change
-    std::string reason_;  // the kernel's words for it, when it gave any
+    tarnlinux::nl::Session session_;
 };
 
 }  // namespace tarnroute

@@ -1,7 +1,8 @@
 // The policy state file (/etc/route-mgt/policy-route) and the table names derived from it.
 #include "routing/routing.h"
 
-#include <json/reader.h>
+#include "hostkit/json.h"
+
 #include <json/writer.h>
 
 #include <memory>
@@ -85,12 +86,9 @@ std::string StateText(const PolicyState& state) {
 
 std::optional<PolicyState> ParseState(const std::string& text, std::string& why) {
     Json::Value root;
-    Json::CharReaderBuilder builder;
-    Json::CharReaderBuilder::strictMode(&builder.settings_);
-    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     std::string errors;
-    if (!reader->parse(text.data(), text.data() + text.size(), &root, &errors)) {
-        why = "not JSON: " + errors.substr(0, errors.find('\n'));
+    if (!tarnlinux::ParseStrictJson(text, root, &errors)) {
+        why = "not JSON: " + errors;
         return std::nullopt;
     }
     if (!root.isObject() || !root[kInterfaces].isObject()) {

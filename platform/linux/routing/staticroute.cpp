@@ -222,12 +222,12 @@ bool ReadStaticRoutes(std::vector<StaticEntry>& entries) {
     std::string text;
     std::string why;
     if (tarnlinux::ReadRegular(tarnlinux::kStaticRoutesPath, text) == tarnlinux::ReadResult::kRefused) {
-        LogError(std::string("static-route: cannot read ") + tarnlinux::kStaticRoutesPath);
+        LogError(std::string("cannot read ") + tarnlinux::kStaticRoutesPath, kStaticLog);
         return false;
     }
     std::optional<std::vector<StaticEntry>> parsed = ParseStaticRoutes(text, why);
     if (!parsed) {
-        LogError(std::string("static-route: ") + tarnlinux::kStaticRoutesPath + ": " + why + "; nothing changed");
+        LogError(tarnlinux::kStaticRoutesPath + (": " + why) + "; nothing changed", kStaticLog);
         return false;
     }
     entries = std::move(*parsed);
@@ -243,8 +243,7 @@ bool Refresh(Kernel& kernel, int family, const std::vector<StaticEntry>& entries
         if (entry.route.family != family) continue;
         if (!entry.ifname.empty()) entry.route.hops.front().ifindex = static_cast<int>(if_nametoindex(entry.ifname.c_str()));
         if (!entry.ifname.empty() && entry.route.hops.front().ifindex == 0) {
-            LogError(std::string("static-route: line ") + std::to_string(entry.line) + ": no interface " + entry.ifname +
-                     ", skipped");
+            LogError("line " + std::to_string(entry.line) + ": no interface " + entry.ifname + ", skipped", kStaticLog);
             ok = false;
             continue;
         }
@@ -261,7 +260,7 @@ int RefreshFamilies(std::initializer_list<int> families) {
     std::vector<StaticEntry> entries;
     if (!ReadStaticRoutes(entries)) return kFailed;
     if (!tarnlinux::NameRouteProtocols()) {
-        LogError(std::string("static-route: cannot write ") + tarnlinux::kProtoNamesPath);
+        LogError(std::string("cannot write ") + tarnlinux::kProtoNamesPath, kStaticLog);
         return kFailed;
     }
     Kernel kernel;
@@ -301,7 +300,7 @@ StaticRoute::~StaticRoute() = default;
 
 int StaticRoute::GetRouteTables(const IP_TYPE& type, Json::Value& tables) {
     if (type != IPV4 && type != IPV6) {
-        LogError("static-route: GetRouteTables: unknown address family " + std::to_string(static_cast<int>(type)));
+        LogError("GetRouteTables: unknown address family " + std::to_string(static_cast<int>(type)), kStaticLog);
         return kFailed;
     }
     Kernel kernel;

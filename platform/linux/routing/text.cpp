@@ -3,6 +3,8 @@
 #include "routing/routing.h"
 
 #include "hostkit/ifname.h"
+#include "hostkit/inet.h"
+#include "hostkit/log.h"
 
 #include <arpa/inet.h>
 #include <net/if.h>
@@ -29,17 +31,7 @@ int AddressBits(int family) { return family == AF_INET ? 32 : 128; }
 
 const char* FamilyName(int family) { return family == AF_INET ? "ipv4" : "ipv6"; }
 
-std::string AddressText(const Prefix& prefix) {
-    // inet_ntop formats IPv4 through sprintf, which shows in a document of a thousand routes.
-    if (prefix.family == AF_INET) {
-        std::string text;
-        for (int i = 0; i < 4; ++i) (text += i == 0 ? "" : ".") += std::to_string(prefix.bytes[i]);
-        return text;
-    }
-    char text[INET6_ADDRSTRLEN] = "";
-    if (inet_ntop(prefix.family, prefix.bytes.data(), text, sizeof text) == nullptr) return "?";
-    return text;
-}
+std::string AddressText(const Prefix& prefix) { return tarnlinux::AddressText(prefix.family, prefix.bytes.data()); }
 
 std::string PrefixText(const Prefix& prefix) {
     if (prefix.length == 0) return kDefault;
@@ -49,10 +41,7 @@ std::string PrefixText(const Prefix& prefix) {
 
 Prefix NetworkOf(Prefix prefix, int length) {
     prefix.length = std::clamp(length, 0, AddressBits(prefix.family));
-    for (int i = 0; i < 16; ++i) {
-        int keep = std::clamp(prefix.length - i * 8, 0, 8);
-        prefix.bytes[i] &= static_cast<uint8_t>(0xff00 >> keep);
-    }
+    tarnlinux::MaskBits(prefix.bytes.data(), static_cast<int>(prefix.bytes.size()), prefix.length);
     return prefix;
 }
 
@@ -176,6 +165,6 @@ std::string Describe(const Rule& rule) {
     return text + " proto " + std::to_string(rule.protocol);
 }
 
-void LogError(const std::string& text) { syslog(LOG_ERR, "%s", text.c_str()); }
+void LogError(const std::string& text, const char* component) { tarnlinux::Log(LOG_ERR, component, text); }
 
 }  // namespace tarnroute

@@ -1,5 +1,5 @@
 // The rules that turn the kernel's addresses and links into the libraries' answers.
-#include "linux.h"
+#include "addresses.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>

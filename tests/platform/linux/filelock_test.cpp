@@ -2,7 +2,7 @@
 // programs started without a shell: results follow the exit status, and a started program gets
 // nothing of the tool but what it is given.
 #include "blackbox/tempdir.h"
-#include "linux.h"
+#include "hostkit/lock.h"
 #include "tarncore.h"
 #include "tarnnetwork.h"
 

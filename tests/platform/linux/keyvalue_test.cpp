@@ -1,6 +1,6 @@
 // Key/value files: lookups, line rewrites, and what a rewrite keeps of the file.
 #include "blackbox/tempdir.h"
-#include "linux.h"
+#include "keyvalue.h"
 #include "tarncore.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,10 @@
 #include "conventions.h"
 
+#include <cstdarg>
+#include <cstdio>
 #include <cstring>
 #include <iostream>
+#include <string>
 
 using tarnnetwork::network::IP_TYPE;
 
@@ -24,3 +27,19 @@ std::optional<IP_TYPE> ReadFamily(const char* arg) {
 }
 
 const char* GatewayType(IP_TYPE family) { return family == tarnnetwork::network::IPV6 ? "GTYPE_V6" : "GTYPE_V4"; }
+
+void ToolLog(int priority, const char* format, ...) {
+    char text[1024];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+    std::string shown;
+    for (const char* c = text; *c != '\0'; ++c) {
+        char hex[5];
+        bool control = static_cast<unsigned char>(*c) < 0x20 || *c == 0x7f;
+        if (control) std::snprintf(hex, sizeof hex, "\\x%02x", static_cast<unsigned char>(*c));
+        shown += control ? hex : std::string(1, *c);
+    }
+    syslog(priority, "%s", shown.c_str());
+}

@@ -11,7 +11,11 @@
 
 // Every log line starts with the tool's name and the line of the call, then the message.
 inline constexpr char kLogSource[] = "tarnnetdtool";
-#define TOOL_LOG(priority, format, ...) syslog((priority), "%s:%d " format, kLogSource, __LINE__, ##__VA_ARGS__)
+#define TOOL_LOG(priority, format, ...) ToolLog((priority), "%s:%d " format, kLogSource, __LINE__, ##__VA_ARGS__)
+
+// syslog of the formatted line with control characters shown as \xNN, so that an argument
+// cannot forge a line of its own.
+void ToolLog(int priority, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 // A handler's result: 0 for success, -1 for failure.
 inline constexpr int kOk = 0;

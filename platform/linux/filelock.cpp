@@ -14,7 +14,7 @@ FileLock::~FileLock() { Unlock(); }
 // existing file can be locked.
 bool FileLock::Lock() {
     if (fd_ >= 0) return true;
-    fd_ = tarnlinux::TakeLock(path_, create_);
+    fd_ = tarnlinux::TakeLockOrLog(path_, create_);
     return fd_ >= 0;
 }
 

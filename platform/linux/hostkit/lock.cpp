@@ -1,13 +1,16 @@
 #include "hostkit/lock.h"
 
 #include "hostkit/atomicfile.h"
+#include "hostkit/log.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <syslog.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <thread>
 
 namespace tarnlinux {
@@ -44,17 +47,40 @@ bool FlockWithin(int fd, std::chrono::milliseconds limit) {
 
 // The descriptor is not inherited by programs the holder starts, so the lock ends with the
 // holder.
-int TakeLock(const std::string& path, bool create, std::chrono::milliseconds limit) {
+int TakeLock(const std::string& path, bool create, std::string& why, std::chrono::milliseconds limit) {
     std::string dir = DirectoryOf(path);
-    if (create && !MakeDirectories(dir)) return -1;
+    if (create && !MakeDirectories(dir)) {
+        why = std::string("cannot make ") + dir + ": " + std::strerror(errno);
+        return -1;
+    }
     Fd dirFd(OpenTrustedDir(dir));
-    if (dirFd.Get() < 0) return -1;
+    if (dirFd.Get() < 0) {
+        why = dir + " is missing, not a directory, or another user's or writable by others";
+        return -1;
+    }
     int flags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | (create ? O_CREAT : 0);
     Fd fd(openat(dirFd.Get(), path.substr(path.rfind('/') + 1).c_str(), flags, kFileMode));
     struct stat info;
-    if (fd.Get() < 0 || fstat(fd.Get(), &info) != 0 || !S_ISREG(info.st_mode)) return -1;
-    if (!FlockWithin(fd.Get(), limit)) return -1;
+    if (fd.Get() < 0 || fstat(fd.Get(), &info) != 0) {
+        why = std::string("cannot open it: ") + std::strerror(errno);
+        return -1;
+    }
+    if (!S_ISREG(info.st_mode)) {
+        why = "not a regular file";
+        return -1;
+    }
+    if (!FlockWithin(fd.Get(), limit)) {
+        why = "held by another process past " + std::to_string(limit.count()) + " ms";
+        return -1;
+    }
     return fd.Release();
+}
+
+int TakeLockOrLog(const std::string& path, bool create) {
+    std::string why;
+    int fd = TakeLock(path, create, why);
+    if (fd < 0) Log(LOG_ERR, "lock", path + " not taken: " + why);
+    return fd;
 }
 
 }  // namespace tarnlinux

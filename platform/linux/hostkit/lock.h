@@ -18,15 +18,17 @@ inline constexpr std::chrono::seconds kLockWait{30};
 bool FlockWithin(int fd, std::chrono::milliseconds limit);
 
 // The lock file at `path` opened and locked, waiting at most `limit`; with `create` the file and
-// its directories are made when missing. -1 when it cannot be taken.
-int TakeLock(const std::string& path, bool create, std::chrono::milliseconds limit = kLockWait);
+// its directories are made when missing. -1, with the reason in `why`, when it cannot be taken.
+int TakeLock(const std::string& path, bool create, std::string& why, std::chrono::milliseconds limit = kLockWait);
+// TakeLock, its refusal logged with the reason.
+int TakeLockOrLog(const std::string& path, bool create);
 
 // An exclusive lock, made when missing, held from Take until it goes out of scope.
 class HeldLock {
 public:
     explicit HeldLock(std::string path) : path_(std::move(path)) {}
     bool Take() {
-        fd_.Reset(TakeLock(path_, true));
+        fd_.Reset(TakeLockOrLog(path_, true));
         return fd_.Get() >= 0;
     }
 

@@ -1,12 +1,13 @@
 // The file lock between processes (two open files of one path conflict like two processes), and
-// programs started without a shell: results follow the exit status, and a started program gets
-// nothing of the tool but what it is given.
+// programs started without a shell: results follow the exit status, a started program gets nothing
+// of the tool but what it is given, and none runs past its limit.
 #include "blackbox/tempdir.h"
 #include "hostkit/lock.h"
 #include "tarncore.h"
 #include "tarnnetwork.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -69,6 +70,20 @@ TEST_F(Lock, UnlockIsHarmlessAndDestructionReleases) {
     EXPECT_FALSE(fs::exists(dir_ / "other"));
 }
 
+TEST_F(Lock, RefusalSaysWhy) {
+    FileLock holder(path_, true);
+    ASSERT_TRUE(holder.Lock());
+    std::string why;
+    EXPECT_EQ(tarnlinux::TakeLock(path_, true, why, 0ms), -1);
+    EXPECT_EQ(why, "held by another process past 0 ms");
+    ASSERT_EQ(mkfifo((dir_ / "fifo").c_str(), 0600), 0);
+    EXPECT_EQ(tarnlinux::TakeLock((dir_ / "fifo").string(), true, why, 0ms), -1);
+    EXPECT_EQ(why, "not a regular file");
+    fs::permissions(dir_, fs::perms::others_write, fs::perm_options::add);
+    EXPECT_EQ(tarnlinux::TakeLock((dir_ / "lock2").string(), true, why, 0ms), -1);
+    EXPECT_NE(why.find("writable by others"), std::string::npos) << why;
+}
+
 TEST(Popen, FailuresAreNullAndTheStatusIsTheExitStatus) {
     EXPECT_EQ(TLIBCPopen("/nonexistent/ifconfig", "r", "eth0", nullptr), nullptr);
     EXPECT_EQ(TLIBCPopen("printf", "r", "x", nullptr), nullptr);  // a path, never a search
@@ -91,7 +106,16 @@ TEST_F(Lock, ProgramGetsNoDescriptorOfTheTool) {
     ASSERT_TRUE(lock.Lock());
     const char* script = "for fd in /proc/$$/fd/*; do [ \"$(readlink \"$fd\")\" = \"$1\" ] && exit 1; done; exit 0";
     EXPECT_EQ(TLIBCExec("/bin/sh", "-c", script, "sh", path_.c_str(), nullptr), 0);
-    EXPECT_EQ(TLIBCExec("/bin/sh", "-c", "[ \"$1\" = \"$(readlink /proc/$$/fd/1)\" ]", "sh", "/dev/null", nullptr), 0);
+    // Its output goes to the log, not to the tool's standard output or error.
+    EXPECT_EQ(TLIBCExec("/bin/sh", "-c",
+                        "case $(readlink /proc/$$/fd/1)$(readlink /proc/$$/fd/2) in pipe:*pipe:*) ;; *) exit 1;; esac", nullptr),
+              0);
+}
+
+TEST(Exec, AHungProgramIsKilledAtItsLimit) {
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(TLIBCExec("/bin/sh", "-c", "sleep 60; true", nullptr), -1);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
 }
 
 }  // namespace

@@ -19,8 +19,6 @@
 namespace tarnnetd {
 namespace {
 
-// Far above any real set of records; a larger file is not ours.
-constexpr size_t kMaxFileBytes = 4 * 1024 * 1024;
 constexpr size_t kTempSuffix = 6;
 
 bool Fail(std::string& error, const std::string& reason) {
@@ -36,7 +34,9 @@ bool IsTemporaryOf(const std::string& name, const std::string& base) {
     return std::all_of(name.end() - kTempSuffix, name.end(), [](char c) { return std::isalnum(static_cast<unsigned char>(c)); });
 }
 
-// Temporary files of writes that a kill cut short; nobody else writes beside the record file.
+}  // namespace
+
+// Nobody else writes beside the record file.
 void RemoveLeftovers(const std::string& path) {
     std::string dir = tarnlinux::DirectoryOf(path);
     std::string base = path.substr(path.rfind('/') + 1);
@@ -46,14 +46,11 @@ void RemoveLeftovers(const std::string& path) {
         if (IsTemporaryOf(entry->d_name, base)) unlinkat(dirfd(listing.get()), entry->d_name, 0);
 }
 
-}  // namespace
-
 bool LoadRecords(const std::string& path, Records& records, std::string& error) {
     records = Records();
-    RemoveLeftovers(path);
     std::string text;
     std::string reason;
-    tarnlinux::ReadResult result = tarnlinux::ReadRegular(path, text, kMaxFileBytes);
+    tarnlinux::ReadResult result = tarnlinux::ReadRegular(path, text, kMaxRecordFileBytes);
     if (result == tarnlinux::ReadResult::kMissing) return true;
     Json::Value document;
     if (result == tarnlinux::ReadResult::kRefused)
@@ -74,7 +71,9 @@ bool SaveRecords(const std::string& path, const Records& records, std::string& e
     // Visible temporary names: a start removes those that a kill left.
     tarnlinux::NewFile file;
     file.hidden = false;
-    if (tarnlinux::ReplaceFile(path, Json::writeString(builder, ToDocument(records)) + "\n", file)) return true;
+    std::string text = Json::writeString(builder, ToDocument(records)) + "\n";
+    if (text.size() > kMaxRecordFileBytes) return Fail(error, "the records would exceed 4 MiB");
+    if (tarnlinux::ReplaceFile(path, text, file)) return true;
     return Fail(error, SystemError("cannot replace " + path));
 }
 

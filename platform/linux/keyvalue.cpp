@@ -74,11 +74,14 @@ std::string WithLine(const std::string& text, const std::string& key, const std:
 
 namespace {
 
+// A configuration of a few lines; anything far larger is not one.
+constexpr size_t kMaxFileBytes = 1 << 20;
+
 // Opening does not wait for a FIFO's writer; only a regular file is read.
 bool ReadFile(const char* path, std::string& text, struct stat* info) {
     tarnlinux::Fd fd(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (fd.Get() < 0 || fstat(fd.Get(), info) != 0 || !S_ISREG(info->st_mode)) return false;
-    return tarnlinux::ReadAll(fd.Get(), text);
+    return tarnlinux::ReadAll(fd.Get(), text, kMaxFileBytes);
 }
 
 // The file behind `path` (a symbolic link stays a link to the rewritten file).

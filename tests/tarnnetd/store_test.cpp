@@ -55,10 +55,19 @@ TEST_F(Store, SavedRecordsComeBackAndLeaveOnlyTheFile) {
     std::ofstream(path_ + ".a1B2c3") << "{ half";
     std::ofstream(path_ + ".keep") << "x";
     ASSERT_TRUE(SaveRecords(path_, Sample(), error)) << error;
+    RemoveLeftovers(path_);
     Records back;
     ASSERT_TRUE(LoadRecords(path_, back, error)) << error;
     EXPECT_EQ(ToDocument(back), ToDocument(Sample()));
     EXPECT_EQ(Names(), (std::vector<std::string>{"gateway_priority", "gateway_priority.keep"}));
+    // What would not be read back is never written.
+    Records many = Sample();
+    for (int i = 0; i < 5000; ++i)
+        many.v4.records["e" + std::to_string(i)] = {"e" + std::to_string(i), "192.0.2.1", "", static_cast<uint32_t>(i),
+                                                    std::string(1000, 'c')};
+    EXPECT_FALSE(SaveRecords(path_, many, error));
+    ASSERT_TRUE(LoadRecords(path_, back, error)) << error;
+    EXPECT_EQ(ToDocument(back), ToDocument(Sample()));
     struct stat info;
     ASSERT_EQ(stat(path_.c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 07777, 0644u);

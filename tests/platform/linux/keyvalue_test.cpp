@@ -65,6 +65,8 @@ TEST_F(KeyValueFile, ValueFitsOrFails) {
     EXPECT_EQ(TLIBCFileGetKeyValue(path_.c_str(), "nokey", buf, sizeof buf, 0), 0);
     EXPECT_LT(TLIBCFileGetKeyValue((dir_ / "missing").c_str(), "key", buf, sizeof buf, 0), 0);
     EXPECT_LT(TLIBCFileGetKeyValue(dir_.c_str(), "key", buf, sizeof buf, 0), 0);
+    std::ofstream(path_, std::ios::app) << std::string(2 << 20, '#');
+    EXPECT_LT(TLIBCFileGetKeyValue(path_.c_str(), "key", buf, sizeof buf, 0), 0);
 }
 
 TEST_F(KeyValueFile, RewriteKeepsModeAndLinkAndRefusalsChangeNothing) {

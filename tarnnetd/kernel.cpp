@@ -1,21 +1,26 @@
 #include "kernel.h"
 
+#include "hostkit/atomicfile.h"
 #include "hostkit/interfaces.h"
 #include "hostkit/netlink.h"
 #include "hostkit/owned.h"
 #include "hostkit/sysctl.h"
 
+#include <dirent.h>
 #include <net/if.h>
 #include <syslog.h>
 
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <vector>
 
 namespace tarnnetd {
 namespace {
 
 using tarnlinux::nl::Session;
+
+constexpr char kDisableIPv6[] = "disable_ipv6";
 
 bool Fail(std::string& error, const std::string& reason) {
     error = reason;
@@ -93,14 +98,32 @@ bool SetDefaultRoute(Family family, const std::optional<DefaultRoute>& wanted, s
     return true;
 }
 
+// The value to restore is written down first, so that a daemon killed in between restores it
+// at its next start instead of leaving IPv6 off.
 bool ResetIPv6(const std::string& ifname, std::string& error) {
     if (!ValidIfname(ifname) || if_nametoindex(ifname.c_str()) == 0) return Fail(error, "no interface " + ifname);
-    std::string path = tarnlinux::IPv6ConfPath(ifname, "disable_ipv6");
+    std::string path = tarnlinux::IPv6ConfPath(ifname, kDisableIPv6);
+    std::string marker = std::string(tarnlinux::kIPv6ResetDir) + "/" + ifname;
     std::string old;
     if (!tarnlinux::ReadSysctl(path, old)) return Fail(error, "cannot read " + path);
+    if (!tarnlinux::ReplaceFile(marker, old)) return Fail(error, "cannot write " + marker + ": " + std::strerror(errno));
     if (!tarnlinux::WriteSysctl(path, "1\n")) return Fail(error, "cannot write " + path);
     if (!tarnlinux::WriteSysctl(path, old)) return Fail(error, "cannot restore " + path);
+    unlink(marker.c_str());
     return true;
+}
+
+void FinishIPv6Resets() {
+    std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(tarnlinux::kIPv6ResetDir), closedir);
+    while (dirent* entry = listing ? readdir(listing.get()) : nullptr) {
+        std::string ifname = entry->d_name;
+        std::string marker = std::string(tarnlinux::kIPv6ResetDir) + "/" + ifname;
+        std::string old;
+        if (!ValidIfname(ifname) || tarnlinux::ReadRegular(marker, old, 16) != tarnlinux::ReadResult::kRead) continue;
+        if (if_nametoindex(ifname.c_str()) != 0 && !tarnlinux::WriteSysctl(tarnlinux::IPv6ConfPath(ifname, kDisableIPv6), old))
+            syslog(LOG_ERR, "%s: disable_ipv6 not restored: %s", ifname.c_str(), std::strerror(errno));
+        unlink(marker.c_str());
+    }
 }
 
 }  // namespace tarnnetd

@@ -25,6 +25,8 @@ bool SetDefaultRoute(Family family, const std::optional<DefaultRoute>& route, st
 // disable_ipv6 of the interface to 1 and back to its value, so that the kernel drops and
 // re-learns the interface's IPv6 addresses. False with a reason (also for an unknown interface).
 bool ResetIPv6(const std::string& ifname, std::string& error);
+// Restores what resets cut short by a kill had not restored yet.
+void FinishIPv6Resets();
 
 }  // namespace tarnnetd
 

@@ -2,6 +2,7 @@
 // the D-Bus system bus (DBUS_SYSTEM_BUS_ADDRESS chooses another bus) in the foreground.
 //   tarnnetd [--records PATH] [--log-stderr]
 #include "hostkit/bus.h"
+#include "kernel.h"
 #include "service.h"
 #include "store.h"
 
@@ -130,7 +131,7 @@ int Die(const std::string& message) {
 
 std::string Reason(int negativeErrno) { return std::strerror(-negativeErrno); }
 
-int Serve(Service& service) {
+int Serve(Service& service, const std::string& path) {
     sd_event* rawEvent = nullptr;
     int result = sd_event_default(&rawEvent);
     std::unique_ptr<sd_event, EventUnref> event(rawEvent);
@@ -151,12 +152,20 @@ int Serve(Service& service) {
     if ((result = sd_bus_add_object_vtable(bus.get(), nullptr, tarnbus::kPath, tarnbus::kInterface, kVtable, &service)) < 0 ||
         (result = sd_bus_attach_event(bus.get(), event.get(), SD_EVENT_PRIORITY_NORMAL)) < 0)
         return Die("cannot serve " + std::string(tarnbus::kPath) + ": " + Reason(result));
+    // A lost bus ends the loop, and the daemon with a failure, so that its supervisor restarts
+    // it; serving on deaf would leave every call unanswered.
+    if ((result = sd_bus_set_exit_on_disconnect(bus.get(), 1)) < 0) return Die("cannot watch the bus: " + Reason(result));
     // The name comes last: whoever sees it owned may call at once.
     if ((result = sd_bus_request_name(bus.get(), tarnbus::kName, 0)) < 0)
         return Die("cannot own the bus name " + std::string(tarnbus::kName) + ": " + Reason(result));
+    // Only the owner of the name writes the records, so only it may clear what writes left.
+    tarnnetd::RemoveLeftovers(path);
+    tarnnetd::FinishIPv6Resets();
     syslog(LOG_INFO, "serving %s", tarnbus::kName);
     result = sd_event_loop(event.get());
     if (result < 0) return Die("event loop failed: " + Reason(result));
+    // SIGTERM and SIGINT end the loop with 0, a lost bus with EXIT_FAILURE.
+    if (result != 0) return Die("the system bus went away");
     syslog(LOG_INFO, "stopped");
     return 0;
 }
@@ -182,5 +191,5 @@ int main(int argc, char** argv) {
     Service service(path);
     std::string error;
     if (!service.Load(error)) return Die(error);
-    return Serve(service);
+    return Serve(service, path);
 }

@@ -21,13 +21,19 @@ const Outcome kApplied{Outcome::kDone, ""};
 
 }  // namespace
 
-bool Service::Load(std::string& error) { return LoadRecords(path_, records_, error); }
+bool Service::Load(std::string& error) {
+    listed_[0].reset();
+    listed_[1].reset();
+    return LoadRecords(path_, records_, error);
+}
 
 Outcome Service::List(const Json::Value& request) const {
     Family family;
     std::string error;
     if (!ParseFamily(request, family, error)) return Invalid(error);
-    return {Outcome::kDone, Compact(tarnnetd::List(records_.Of(family)))};
+    std::optional<std::string>& listed = listed_[family == Family::kV4 ? 0 : 1];
+    if (!listed) listed = Compact(tarnnetd::List(records_.Of(family)));
+    return {Outcome::kDone, *listed};
 }
 
 Outcome Service::ByInterface(const Json::Value& request) const {
@@ -104,6 +110,8 @@ Outcome Service::Commit(Records next, Family family) {
     std::string error;
     if (!SaveRecords(path_, next, error)) return {Outcome::kFailed, error};
     records_ = std::move(next);
+    listed_[0].reset();
+    listed_[1].reset();
     // The change is stored either way; a route the kernel refuses now is retried by the next
     // refresh, so it is logged rather than answered as a failed change.
     if (!RefreshFamily(family, error)) syslog(LOG_WARNING, "refresh of %s: %s", FamilyName(family), error.c_str());

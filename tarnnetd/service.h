@@ -7,6 +7,7 @@
 
 #include <json/value.h>
 
+#include <optional>
 #include <string>
 
 namespace tarnnetd {
@@ -43,6 +44,9 @@ private:
 
     std::string path_;
     Records records_;
+    // Each family's list as last answered: a query of thousands of records costs its
+    // serialisation once per change instead of once per call, so queries cannot crowd out changes.
+    mutable std::optional<std::string> listed_[2];
 };
 
 }  // namespace tarnnetd

@@ -118,7 +118,7 @@ bool NetClient::IsServerReady() const {
     // Ready means running now: never have the bus start a daemon for the question.
     if (sd->message_set_auto_start(ping.get(), 0) < 0) return false;
     sd_bus_message* reply = nullptr;
-    int result = sd->call(bus, ping.get(), tarnbus::kCallTimeoutUsec, nullptr, &reply);
+    int result = sd->call(bus, ping.get(), tarnbus::kReadyTimeoutUsec, nullptr, &reply);
     sd->message_unref(reply);
     return result >= 0;
 }

@@ -34,14 +34,19 @@ adder=$!
 sleep 1.5
 daemon_start
 wait "$adder" || fail "add during the wait for the daemon"
+# A second daemon started by hand neither serves nor touches the first one's write in flight.
+: >/etc/route-mgt/gateway_priority.abc123
 "$DAEMON" 2>/tmp/err && fail "a second daemon started"
 grep -q "cannot own the bus name net.tarn.Netd1" /tmp/err || fail "second daemon: $(cat /tmp/err)"
+[ -e /etc/route-mgt/gateway_priority.abc123 ] || fail "a second daemon removed a write in flight"
+rm /etc/route-mgt/gateway_priority.abc123
 
+# Readiness is a quick question; a change waits for a daemon that is slow to answer it.
 kill -STOP "$DAEMON_PID"
 within 3 "$TOOL" --is-server-ready
 expect_eq "$(cat /tmp/out)" 0 "ready while the daemon does not answer"
-within 4 "$TOOL" --set-slave-data -4 eth0 yes && fail "a change was answered by a stopped daemon"
-kill -CONT "$DAEMON_PID"
+(sleep 3 && kill -CONT "$DAEMON_PID") &
+within 8 "$TOOL" --set-slave-data -4 slow0 yes || fail "a change behind a slow daemon was not waited for"
 
 ok "$TOOL" --add-gateway-info -4 10 eth0 192.0.2.1 192.0.2.53 wan
 cp /etc/route-mgt/gateway_priority /tmp/records
@@ -85,4 +90,11 @@ expect_eq "$("$TOOL" --get-gateway-list-data -4 | grep -c '"ifname" : "many')" 5
 daemon_stop
 expect_eq "$STOPPED" 0 "exit status after SIGTERM"
 expect_eq "$("$TOOL" --is-server-ready)" 0 "ready after SIGTERM"
+# Without its bus the daemon ends with a failure, for its supervisor to restart it.
+daemon_start
+kill "$BUS_PID" && wait "$BUS_PID" 2>/dev/null || true
+BUS_PID=
+wait_for 20 sh -c "! kill -0 $DAEMON_PID" || fail "tarnnetd serves on without its bus"
+daemon_stop
+[ "$STOPPED" = 1 ] || fail "exit status after the bus went away: $STOPPED"
 echo ok

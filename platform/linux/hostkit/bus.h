@@ -37,8 +37,10 @@ inline constexpr char kErrorNotFound[] = "net.tarn.Netd1.Error.NotFound";
 inline constexpr char kErrorFailed[] = "net.tarn.Netd1.Error.Failed";
 inline constexpr char kErrorAccessDenied[] = "org.freedesktop.DBus.Error.AccessDenied";
 
-// No client call waits longer than this for its answer.
-inline constexpr uint64_t kCallTimeoutUsec = 2'000'000;
+// How long the client waits: readiness is a quick question; a change is answered after its
+// durable write, which slow storage or callers queued ahead may take seconds over.
+inline constexpr uint64_t kReadyTimeoutUsec = 2'000'000;
+inline constexpr uint64_t kCallTimeoutUsec = 25'000'000;
 
 }  // namespace tarnbus
 

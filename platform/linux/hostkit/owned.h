@@ -39,6 +39,8 @@ inline constexpr char kTableNamesPath[] = "/etc/iproute2/rt_tables.d/tarn.conf";
 inline constexpr char kProtoNamesPath[] = "/etc/iproute2/rt_protos.d/tarn.conf";
 inline constexpr char kPolicyLockPath[] = "/run/tarn/policy-route.lock";
 inline constexpr char kRouter6LockPath[] = "/run/tarn/ipv6-router.lock";
+// tarnnetd: an interface's disable_ipv6 value while it resets the interface's IPv6 module.
+inline constexpr char kIPv6ResetDir[] = "/run/tarn/ipv6-reset";
 
 // Makes kProtoNamesPath name all our protocols ("201 tarn-gateway" lines), whoever installs a
 // route first; rewritten atomically, and only when its text differs. False with errno.

@@ -10,7 +10,6 @@
 #include <json/writer.h>
 
 #include <fcntl.h>
-#include <iconv.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -46,17 +45,6 @@ struct Run {
 
 inline std::string ReadFile(const std::string& path) {
     return {std::istreambuf_iterator<char>(std::ifstream(path, std::ios::binary).rdbuf()), {}};
-}
-
-inline bool IsUtf8(const std::string& text) {
-    iconv_t cd = iconv_open("UTF-8", "UTF-8");
-    if (cd == reinterpret_cast<iconv_t>(-1)) throw std::runtime_error("iconv_open: no UTF-8");
-    std::string in = text, out(text.size() + 4, '\0');
-    char *from = in.data(), *to = out.data();
-    size_t fromLeft = in.size(), toLeft = out.size();
-    size_t converted = iconv(cd, &from, &fromLeft, &to, &toLeft);
-    iconv_close(cd);
-    return converted != static_cast<size_t>(-1) && fromLeft == 0;
 }
 
 // One event as one journal line (no line end).

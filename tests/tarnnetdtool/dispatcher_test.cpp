@@ -47,19 +47,4 @@ TEST(Dispatcher, UsageNamesTheProgramByItsShortName) {
     EXPECT_EQ(blackbox::RunSim({}, "", "/usr/local/sbin/netd-tool").out, Usage("netd-tool"));
 }
 
-// A mistake in a scenario stops the run before the tool does anything, with one line naming it.
-TEST(Dispatcher, BadScenarioStopsBeforeTheTool) {
-    for (const auto& [scenario, reason] :
-         {std::pair{R"({"results": {"GenDUID": [1]}, "duid": "x"})", "results.GenDUID[0]: expected a text"},
-          {R"({"gatways": {}})", "gatways: no such member"},
-          {R"({"results": {"NetClient.Nope": [0]}})", "results.NetClient.Nope: no such op"},
-          {R"({"networks": {"ipv4": {"lbr0": [["192.0.2.0", "24"]]}}})", "networks.ipv4.lbr0[0]: expected [text, integer]"}}) {
-        blackbox::Run run = blackbox::RunSim({"--gen-DUID"}, scenario);
-        EXPECT_EQ(run.status, 255);
-        EXPECT_EQ(run.out, "");
-        EXPECT_EQ(run.err, std::string("tarnnetdtool-sim: bad scenario: ") + reason + "\n");
-        EXPECT_TRUE(run.journal.empty());
-    }
-}
-
 }  // namespace

@@ -31,6 +31,11 @@ public:
         fd_.Reset(TakeLockOrLog(path_, true));
         return fd_.Get() >= 0;
     }
+    // Take, the refusal's reason in `why` for the caller to report instead of logged here.
+    bool Take(std::string& why) {
+        fd_.Reset(TakeLock(path_, true, why));
+        return fd_.Get() >= 0;
+    }
 
 private:
     std::string path_;

@@ -4,6 +4,7 @@
 #include <netlink/route/rtnl.h>
 #include <sys/socket.h>
 
+#include <cerrno>
 #include <cstring>
 
 namespace tarnlinux::nl {
@@ -16,6 +17,7 @@ constexpr int kDumpAttempts = 3;
 struct Attempt {
     const std::function<void(nl_object*)>* take;
     bool failed = false;
+    int doneErrno = 0;  // the kernel's errno at the end of a dump that it cut short
 };
 
 void TakeObject(nl_object* object, void* arg) {
@@ -31,6 +33,32 @@ int OnMessage(nl_msg* msg, void* arg) {
     auto* attempt = static_cast<Attempt*>(arg);
     if (nl_msg_parse(msg, TakeObject, attempt) < 0) attempt->failed = true;
     return NL_OK;
+}
+
+// A dump that failed in the kernel still ends with NLMSG_DONE, its errno (negative) as payload,
+// which libnl would take for success.
+int OnDone(nl_msg* msg, void* arg) {
+    nlmsghdr* header = nlmsg_hdr(msg);
+    int error = 0;
+    if (nlmsg_datalen(header) >= static_cast<int>(sizeof error)) std::memcpy(&error, nlmsg_data(header), sizeof error);
+    static_cast<Attempt*>(arg)->doneErrno = -error;
+    return NL_STOP;
+}
+
+// Asks for only the filter's routes, as iproute2 does; a kernel without strict dump checks reads
+// the header as rtgenmsg and sends every route.
+int SendRouteDump(nl_sock* sock, int family, const RouteFilter& filter) {
+    rtmsg header{};
+    header.rtm_family = static_cast<unsigned char>(family);
+    header.rtm_protocol = filter.protocol;
+    Message msg(nlmsg_alloc_simple(RTM_GETROUTE, NLM_F_DUMP));
+    if (!msg || nlmsg_append(msg.get(), &header, sizeof header, NLMSG_ALIGNTO) < 0) return -NLE_NOMEM;
+    if (filter.table != 0 && nla_put_u32(msg.get(), RTA_TABLE, filter.table) < 0) return -NLE_NOMEM;
+    return nl_send_auto(sock, msg.get());
+}
+
+void SetStrictDumps(nl_sock* sock, int on) {
+    setsockopt(nl_socket_get_fd(sock), SOL_NETLINK, NETLINK_GET_STRICT_CHK, &on, sizeof on);
 }
 
 // The text after the kernel's error: its extended-ack attributes follow the echoed request
@@ -77,6 +105,30 @@ int Session::OnError(sockaddr_nl*, nlmsgerr* error, void* self) {
 }
 
 bool Session::Dump(int type, int family, const std::function<void()>& restart, const std::function<void(nl_object*)>& take) {
+    return Run([&] { return nl_rtgen_request(sock_.get(), type, family, NLM_F_DUMP); }, restart, take);
+}
+
+bool Session::DumpRoutes(int family, const RouteFilter& filter, const std::function<void()>& restart,
+                         const std::function<void(nl_object*)>& take) {
+    if (!sock_) return false;
+    auto matching = [&](nl_object* object) {
+        auto* route = reinterpret_cast<rtnl_route*>(object);
+        if (filter.table != 0 && rtnl_route_get_table(route) != filter.table) return;
+        if (filter.protocol != 0 && rtnl_route_get_protocol(route) != filter.protocol) return;
+        take(object);
+    };
+    // The kernel reads the flag when a dump starts; other dumps of this session send rtgenmsg.
+    SetStrictDumps(sock_.get(), 1);
+    bool ok = Run([&] { return SendRouteDump(sock_.get(), family, filter); }, restart, matching);
+    SetStrictDumps(sock_.get(), 0);
+    if (ok || errno_ != ENOENT || filter.table == 0) return ok;
+    restart();
+    error_.clear();
+    return true;
+}
+
+bool Session::Run(const std::function<int()>& request, const std::function<void()>& restart,
+                  const std::function<void(nl_object*)>& take) {
     error_ = "cannot read the kernel's objects";
     if (!sock_) return false;
     for (int attempt = 0; attempt < kDumpAttempts; ++attempt) {
@@ -85,13 +137,18 @@ bool Session::Dump(int type, int family, const std::function<void()>& restart, c
         Callbacks base(nl_socket_get_cb(sock_.get()));
         Callbacks cb(base ? nl_cb_clone(base.get()) : nullptr);
         Attempt state{&take};
-        if (!cb || nl_cb_set(cb.get(), NL_CB_VALID, NL_CB_CUSTOM, OnMessage, &state) < 0) return false;
-        if (nl_rtgen_request(sock_.get(), type, family, NLM_F_DUMP) < 0) return false;
+        if (!cb || nl_cb_set(cb.get(), NL_CB_VALID, NL_CB_CUSTOM, OnMessage, &state) < 0 ||
+            nl_cb_set(cb.get(), NL_CB_FINISH, NL_CB_CUSTOM, OnDone, &state) < 0)
+            return false;
+        errno_ = 0;
+        if (request() < 0) return false;
         int result = nl_recvmsgs(sock_.get(), cb.get());
-        if (result >= 0 && !state.failed) {
+        if (state.doneErrno != 0) errno_ = state.doneErrno;
+        if (result >= 0 && !state.failed && errno_ == 0) {
             error_.clear();
             return true;
         }
+        if (errno_ != 0) error_ += std::string(": ") + std::strerror(errno_);
         if (result != -NLE_DUMP_INTR) return false;
     }
     return false;

@@ -32,6 +32,12 @@ using Link = std::unique_ptr<rtnl_link, Deleter<rtnl_link, rtnl_link_put>>;
 using Route = std::unique_ptr<rtnl_route, Deleter<rtnl_route, rtnl_route_put>>;
 using Rule = std::unique_ptr<rtnl_rule, Deleter<rtnl_rule, rtnl_rule_put>>;
 
+// Which routes a dump asks for; 0 in a field matches any.
+struct RouteFilter {
+    uint32_t table = 0;
+    uint8_t protocol = 0;
+};
+
 // One rtnetlink socket. libnl turns the kernel's errno into coarser codes of its own, so the
 // session keeps the errno and the kernel's extended-ack text of the last refusal.
 class Session {
@@ -47,6 +53,12 @@ public:
     // caught (none may cross libnl's C frames) and fails the dump. False with Error() set.
     bool Dump(int type, int family, const std::function<void()>& restart, const std::function<void(nl_object*)>& take);
 
+    // Dump of the routes of `family` that `filter` matches, as Dump. The kernel filters where it
+    // can (strict dump checks); what an older kernel sends beyond the filter is dropped here. A
+    // table that does not exist is an empty dump.
+    bool DumpRoutes(int family, const RouteFilter& filter, const std::function<void()>& restart,
+                    const std::function<void(nl_object*)>& take);
+
     // Sends a change that an rtnl_*_build_*_request made (`built` its result; `msg` is freed
     // here) and waits for the kernel's answer. False with Errno() and Error(), which reads
     // "<what>: <reason> (<the kernel's words>)".
@@ -58,6 +70,9 @@ public:
 
 private:
     static int OnError(struct sockaddr_nl* peer, struct nlmsgerr* error, void* self);
+    // The dump loop: `request` sends one dump request, once per attempt.
+    bool Run(const std::function<int()>& request, const std::function<void()>& restart,
+             const std::function<void(nl_object*)>& take);
 
     Socket sock_;
     int errno_ = 0;

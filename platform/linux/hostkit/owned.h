@@ -38,6 +38,7 @@ inline constexpr char kRouter6StoreDir[] = "/etc/route-mgt/ipv6-router";
 inline constexpr char kTableNamesPath[] = "/etc/iproute2/rt_tables.d/tarn.conf";
 inline constexpr char kProtoNamesPath[] = "/etc/iproute2/rt_protos.d/tarn.conf";
 inline constexpr char kPolicyLockPath[] = "/run/tarn/policy-route.lock";
+inline constexpr char kStaticLockPath[] = "/run/tarn/static-route.lock";
 inline constexpr char kRouter6LockPath[] = "/run/tarn/ipv6-router.lock";
 // tarnnetd: an interface's disable_ipv6 value while it resets the interface's IPv6 module.
 inline constexpr char kIPv6ResetDir[] = "/run/tarn/ipv6-reset";

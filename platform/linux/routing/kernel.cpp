@@ -76,15 +76,22 @@ bool Kernel::Send(nl_msg* msg, int built, const std::string& what) {
 }
 
 template <typename T>
-bool Kernel::Dump(int type, int family, std::vector<T>& out) {
+bool Kernel::Dump(int type, int family, std::vector<T>& out, const tarnlinux::nl::RouteFilter* filter) {
     auto restart = [&] { out.clear(); };
     auto take = [&](nl_object* object) { Take(object, out); };
-    if (session_.Dump(type, family, restart, take)) return true;
-    LogError(std::string("cannot read the kernel's ") + FamilyName(family) + (type == RTM_GETROUTE ? " routes" : " rules"));
+    bool ok =
+        filter != nullptr ? session_.DumpRoutes(family, *filter, restart, take) : session_.Dump(type, family, restart, take);
+    if (ok) return true;
+    LogError(std::string("cannot read the kernel's ") + FamilyName(family) + (type == RTM_GETROUTE ? " routes: " : " rules: ") +
+             session_.Error());
     return false;
 }
 
 bool Kernel::DumpRoutes(int family, std::vector<Route>& out) { return Ok() && Dump(RTM_GETROUTE, family, out); }
+
+bool Kernel::DumpRoutes(int family, const tarnlinux::nl::RouteFilter& filter, std::vector<Route>& out) {
+    return Ok() && Dump(RTM_GETROUTE, family, out, &filter);
+}
 
 bool Kernel::DumpRules(int family, std::vector<Rule>& out) { return Ok() && Dump(RTM_GETRULE, family, out); }
 

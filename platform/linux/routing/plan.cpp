@@ -3,12 +3,16 @@
 #include "routing/routing.h"
 
 #include <algorithm>
+#include <map>
+#include <set>
+#include <utility>
 
 namespace tarnroute {
 namespace {
 
 // The kernel keeps one route per destination and metric in a table.
-bool SamePlace(const Route& a, const Route& b) { return a.dst == b.dst && a.metric == b.metric; }
+using Place = std::pair<Prefix, uint32_t>;
+Place PlaceOf(const Route& route) { return {route.dst, route.metric}; }
 
 // A wanted hop without an interface takes whichever the kernel chose.
 bool HopMatches(const Hop& want, const Hop& have) {
@@ -28,22 +32,25 @@ bool IsSourceRuleOf(const Rule& rule, int family, uint32_t table) {
 
 }  // namespace
 
+// Maps by place, so that a table of thousands of routes plans in n log n.
 RoutePlan PlanRoutes(const std::vector<Route>& current, const std::vector<Route>& want, uint8_t protocol) {
     RoutePlan plan;
+    std::map<Place, const Route*> held;
+    for (const Route& have : current) held.emplace(PlaceOf(have), &have);
+    std::set<Place> wanted;
     for (const Route& route : want) {
-        auto held = std::find_if(current.begin(), current.end(), [&](const Route& have) { return SamePlace(route, have); });
-        if (held == current.end()) {
+        wanted.insert(PlaceOf(route));
+        auto found = held.find(PlaceOf(route));
+        if (found == held.end()) {
             plan.add.push_back(route);
-        } else if (held->protocol != protocol) {
+        } else if (found->second->protocol != protocol) {
             plan.conflicts.push_back(route);
-        } else if (!SameRoute(route, *held)) {
+        } else if (!SameRoute(route, *found->second)) {
             plan.replace.push_back(route);
         }
     }
     for (const Route& have : current) {
-        if (have.protocol != protocol) continue;
-        if (std::none_of(want.begin(), want.end(), [&](const Route& route) { return SamePlace(route, have); }))
-            plan.remove.push_back(have);
+        if (have.protocol == protocol && wanted.count(PlaceOf(have)) == 0) plan.remove.push_back(have);
     }
     return plan;
 }
@@ -97,13 +104,12 @@ std::vector<Route> TableRoutes(int family, uint32_t table, int ifindex, const Fa
         route.hops.push_back(Hop{gateway, ifindex});
         return route;
     };
+    std::set<Prefix> placed;
     for (const auto& [service, rule] : state.rules) {
-        bool placed = std::any_of(routes.begin(), routes.end(), [&](const Route& r) { return r.dst == rule.dst; });
-        if (!placed) routes.push_back(make(rule.dst, rule.gateway));
+        if (placed.insert(rule.dst).second) routes.push_back(make(rule.dst, rule.gateway));
     }
     for (const Prefix& network : networks) {
-        bool placed = std::any_of(routes.begin(), routes.end(), [&](const Route& r) { return r.dst == network; });
-        if (!placed && network.length < AddressBits(family)) routes.push_back(make(network, std::nullopt));
+        if (network.length < AddressBits(family) && placed.insert(network).second) routes.push_back(make(network, std::nullopt));
     }
     return routes;
 }

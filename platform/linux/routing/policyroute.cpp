@@ -10,6 +10,8 @@
 #include <net/if.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 
 using namespace tarnroute;
 
@@ -37,14 +39,14 @@ public:
     Session() : lock_(tarnlinux::kPolicyLockPath) {}
 
     bool Open(std::string& why) {
-        if (!lock_.Take()) {
-            why = std::string("cannot take the lock ") + tarnlinux::kPolicyLockPath;
+        if (!lock_.Take(why)) {
+            why = std::string("cannot take the lock ") + tarnlinux::kPolicyLockPath + ": " + why;
             return false;
         }
         std::string text;
         tarnlinux::ReadResult read = tarnlinux::ReadRegular(tarnlinux::kPolicyStatePath, text);
         if (read == tarnlinux::ReadResult::kRefused) {
-            why = std::string("cannot read ") + tarnlinux::kPolicyStatePath;
+            why = std::string("cannot read ") + tarnlinux::kPolicyStatePath + ": " + std::strerror(errno);
             return false;
         }
         if (read == tarnlinux::ReadResult::kMissing) return true;
@@ -54,17 +56,14 @@ public:
         return parsed.has_value();
     }
 
-    // The state, then the names that iproute2 shows for it.
+    // The state, then the names that iproute2 shows for it (a convenience that cannot fail a call).
     bool Save(std::string& why) {
-        for (const auto& [path, text] : {std::pair<const char*, std::string>{tarnlinux::kPolicyStatePath, StateText(state)},
-                                         {tarnlinux::kTableNamesPath, TableNamesText(state)}}) {
-            if (tarnlinux::UpdateFile(path, text)) continue;
-            why = std::string("cannot write ") + path;
+        if (!tarnlinux::UpdateFile(tarnlinux::kPolicyStatePath, StateText(state))) {
+            why = std::string("cannot write ") + tarnlinux::kPolicyStatePath + ": " + std::strerror(errno);
             return false;
         }
-        if (tarnlinux::NameRouteProtocols()) return true;
-        why = std::string("cannot write ") + tarnlinux::kProtoNamesPath;
-        return false;
+        NameForIp(&state, kPolicyLog);
+        return true;
     }
 
     PolicyState state;
@@ -87,16 +86,36 @@ std::vector<Prefix> ConnectedNetworks(int family, int ifindex) {
 // Makes the interface's table hold its stored rules and its connected networks, and nothing
 // else of ours. Every step is tried; the result says whether all of them went through.
 bool SyncTable(Kernel& kernel, int family, int ifindex, const InterfaceState& entry) {
-    std::vector<Route> all;
-    if (!kernel.DumpRoutes(family, all)) return false;
     std::vector<Route> current;
-    std::copy_if(all.begin(), all.end(), std::back_inserter(current), [&](const Route& r) { return r.table == entry.table; });
+    if (!kernel.DumpRoutes(family, tarnlinux::nl::RouteFilter{entry.table, 0}, current)) return false;
     const FamilyState& state = family == AF_INET ? entry.ipv4 : entry.ipv6;
     RoutePlan plan =
         PlanRoutes(current, TableRoutes(family, entry.table, ifindex, state, ConnectedNetworks(family, ifindex)), kProtoPolicy);
     // Routes on the link first, so that gateways are reachable when their routes come.
     std::stable_partition(plan.add.begin(), plan.add.end(), [](const Route& r) { return !r.hops.front().gateway; });
     return kernel.Apply(plan);
+}
+
+// Removes our routes of both families from a table whose number was given back, so that the
+// next interface to get it starts empty.
+bool FlushTable(Kernel& kernel, uint32_t table) {
+    bool ok = true;
+    for (int family : {AF_INET, AF_INET6}) {
+        std::vector<Route> routes;
+        ok = kernel.DumpRoutes(family, tarnlinux::nl::RouteFilter{table, kProtoPolicy}, routes) && ok;
+        for (const Route& route : routes) ok = kernel.DeleteRoute(route) && ok;
+    }
+    return ok;
+}
+
+// Drops the interface's entry, and so gives its table number back, when nothing uses it any
+// more; the number of the table dropped, or 0.
+uint32_t FreeIfUnused(PolicyState& state, const std::string& interface) {
+    auto entry = state.find(interface);
+    if (entry == state.end() || !Unused(entry->second)) return 0;
+    uint32_t table = entry->second.table;
+    state.erase(entry);
+    return table;
 }
 
 bool ApplyRules(Kernel& kernel, const RulePlan& plan) {
@@ -116,13 +135,40 @@ std::optional<int> Start(const IP_TYPE& type, const std::string& interface, Sess
     return family;
 }
 
-// After a rule changed: an interface that is not there gets its rules when its table is
+// After a rule was deleted: an interface that is not there gets its rules when its table is
 // enabled again.
 int SyncIfPresent(int family, const std::string& interface, const InterfaceState& entry) {
     int ifindex = InterfaceIndex(interface);
     if (ifindex == 0) return kDone;
     Kernel kernel;
     return SyncTable(kernel, family, ifindex, entry) ? kDone : kFailed;
+}
+
+// Puts the table back as `before` had it; without `before` (a new entry) our routes leave it.
+void Restore(Kernel& kernel, int family, int ifindex, uint32_t table, const std::optional<InterfaceState>& before) {
+    if (before) {
+        SyncTable(kernel, family, ifindex, *before);
+    } else {
+        FlushTable(kernel, table);
+    }
+}
+
+// A new rule reaches the kernel before the state file, so that one the kernel refuses (a gateway
+// off the link) is never stored to fail every later call on the table: the table is put back
+// and nothing is stored. An interface that is not there gets the rule when it is enabled again.
+int CommitRule(Session& session, int family, const std::string& interface, const std::optional<InterfaceState>& before,
+               const std::string& operation) {
+    const InterfaceState& after = session.state.at(interface);
+    int ifindex = InterfaceIndex(interface);
+    Kernel kernel;
+    if (ifindex != 0 && !SyncTable(kernel, family, ifindex, after)) {
+        Restore(kernel, family, ifindex, after.table, before);
+        return Refuse(operation, "the kernel refused the table's routes; the rule is not stored");
+    }
+    std::string why;
+    if (session.Save(why)) return kDone;
+    if (ifindex != 0) Restore(kernel, family, ifindex, after.table, before);
+    return Refuse(operation, why);
 }
 
 }  // namespace
@@ -140,6 +186,9 @@ int PolicyRoute::AddRule(const PolicyRouteRule& rule) {
     std::optional<Prefix> dst = RuleDestination(*family, rule, why);
     std::optional<Prefix> gateway;
     if (!dst || !RuleGateway(*family, rule, gateway, why)) return Refuse(operation, why);
+    auto found = session.state.find(rule.interface);
+    std::optional<InterfaceState> before;
+    if (found != session.state.end()) before = found->second;
     InterfaceState* entry = EntryFor(session.state, rule.interface);
     if (entry == nullptr) return Refuse(operation, "every table number from 20000 to 20999 is taken");
     FamilyState& state = entry->Of(*family);
@@ -148,8 +197,7 @@ int PolicyRoute::AddRule(const PolicyRouteRule& rule) {
             return Refuse(operation, PrefixText(*dst) + " is already the destination of the rule of service " + service);
     }
     state.rules[rule.service] = StoredRule{*dst, gateway};
-    if (!session.Save(why)) return Refuse(operation, why);
-    return SyncIfPresent(*family, rule.interface, *entry);
+    return CommitRule(session, *family, rule.interface, before, operation);
 }
 
 int PolicyRoute::DeleteRule(const IP_TYPE& type, const std::string& service, const std::string& interface) {
@@ -160,8 +208,12 @@ int PolicyRoute::DeleteRule(const IP_TYPE& type, const std::string& service, con
     if (!family) return Refuse(operation, why);
     auto entry = session.state.find(interface);
     if (entry == session.state.end() || entry->second.Of(*family).rules.erase(service) == 0) return kDone;
+    InterfaceState kept = entry->second;
+    uint32_t freed = FreeIfUnused(session.state, interface);
     if (!session.Save(why)) return Refuse(operation, why);
-    return SyncIfPresent(*family, interface, entry->second);
+    if (freed == 0) return SyncIfPresent(*family, interface, kept);
+    Kernel kernel;
+    return FlushTable(kernel, freed) ? kDone : kFailed;
 }
 
 int PolicyRoute::EnableTable(const IP_TYPE& type, const std::string& interface, const std::string& source) {
@@ -196,10 +248,13 @@ int PolicyRoute::DisableTable(const IP_TYPE& type, const std::string& interface)
     if (entry == session.state.end()) return kDone;
     entry->second.Of(*family).enabled = false;
     entry->second.Of(*family).source.clear();
+    uint32_t table = entry->second.table;
+    uint32_t freed = FreeIfUnused(session.state, interface);
     if (!session.Save(why)) return Refuse(operation, why);
     Kernel kernel;
     std::vector<Rule> rules;
-    bool ok = kernel.DumpRules(*family, rules) && ApplyRules(kernel, PlanDisable(rules, *family, entry->second.table));
+    bool ok = kernel.DumpRules(*family, rules) && ApplyRules(kernel, PlanDisable(rules, *family, table));
+    if (freed != 0) ok = FlushTable(kernel, freed) && ok;
     return ok ? kDone : kFailed;
 }
 

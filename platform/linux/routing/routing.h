@@ -153,8 +153,15 @@ std::optional<PolicyState> ParseState(const std::string& text, std::string& why)
 // The interface's entry, given the lowest free table number when it has none; null when the
 // range is used up.
 InterfaceState* EntryFor(PolicyState& state, const std::string& ifname);
+// True when the interface's table is enabled in no family and holds no stored rules: its entry
+// may be dropped, which gives its number back.
+bool Unused(const InterfaceState& entry);
 // The rt_tables.d file: "20000 wan0" lines, ordered by number.
 std::string TableNamesText(const PolicyState& state);
+// Writes the names that `ip` shows for our protocols and, given a state, our tables. Only a
+// convenience: a file that cannot be written (a read-only /etc/iproute2, a link in its place) is
+// logged as a warning under `component`, and nothing else fails.
+void NameForIp(const PolicyState* state, const char* component);
 
 // The routes of one interface's table: its stored rules, then each connected network
 // (`networks`) that no stored rule routes already.
@@ -175,11 +182,12 @@ std::optional<std::vector<StaticEntry>> ParseStaticRoutes(const std::string& tex
 Json::Value TablesDocument(const std::vector<Route>& routes, const std::map<uint32_t, std::string>& names,
                            const std::map<int, std::string>& devices);
 
-// One line of the routing code to the system log at LOG_ERR: "<component>: <text>".
+// One line of the routing code to the system log at LOG_ERR (LOG_WARNING): "<component>: <text>".
 inline constexpr char kRoutingLog[] = "routing";
 inline constexpr char kPolicyLog[] = "policy-route";
 inline constexpr char kStaticLog[] = "static-route";
 void LogError(const std::string& text, const char* component = kRoutingLog);
+void LogWarning(const std::string& text, const char* component);
 
 // A session with the kernel over rtnetlink. Every failed change is logged with the operation,
 // the object and the kernel's reason.
@@ -191,6 +199,8 @@ public:
 
     bool Ok() const { return session_.Ok(); }
     bool DumpRoutes(int family, std::vector<Route>& out);
+    // Only the routes `filter` matches (one table, one protocol).
+    bool DumpRoutes(int family, const tarnlinux::nl::RouteFilter& filter, std::vector<Route>& out);
     bool DumpRules(int family, std::vector<Rule>& out);
     bool AddRoute(const Route& route, bool replace);
     bool DeleteRoute(const Route& route);
@@ -203,7 +213,7 @@ private:
     // Sends one change and waits for the kernel's answer; logs `what` with the reason on failure.
     bool Send(::nl_msg* msg, int built, const std::string& what);
     template <typename T>
-    bool Dump(int type, int family, std::vector<T>& out);
+    bool Dump(int type, int family, std::vector<T>& out, const tarnlinux::nl::RouteFilter* filter = nullptr);
 
     tarnlinux::nl::Session session_;
 };

@@ -1,10 +1,13 @@
 // The policy state file (/etc/route-mgt/policy-route) and the table names derived from it.
 #include "routing/routing.h"
 
+#include "hostkit/atomicfile.h"
 #include "hostkit/json.h"
 
 #include <json/writer.h>
 
+#include <cerrno>
+#include <cstring>
 #include <memory>
 #include <set>
 #include <sstream>
@@ -130,6 +133,17 @@ InterfaceState* EntryFor(PolicyState& state, const std::string& ifname) {
         return &entry;
     }
     return nullptr;
+}
+
+bool Unused(const InterfaceState& entry) {
+    return !entry.ipv4.enabled && !entry.ipv6.enabled && entry.ipv4.rules.empty() && entry.ipv6.rules.empty();
+}
+
+void NameForIp(const PolicyState* state, const char* component) {
+    auto warn = [&](const char* path) { LogWarning(std::string(path) + " not written: " + std::strerror(errno), component); };
+    if (state != nullptr && !tarnlinux::UpdateFile(tarnlinux::kTableNamesPath, TableNamesText(*state)))
+        warn(tarnlinux::kTableNamesPath);
+    if (!tarnlinux::NameRouteProtocols()) warn(tarnlinux::kProtoNamesPath);
 }
 
 std::string TableNamesText(const PolicyState& state) {

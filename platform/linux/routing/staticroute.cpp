@@ -1,6 +1,7 @@
 // Network library on Linux: the static routes of /etc/route-mgt/static-routes, made in the main
 // table with our static protocol, and the route tables document.
 #include "hostkit/atomicfile.h"
+#include "hostkit/lock.h"
 #include "hostkit/owned.h"
 #include "routing/routing.h"
 #include "tarnnetwork.h"
@@ -8,6 +9,8 @@
 #include <net/if.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <set>
 #include <sstream>
 
@@ -166,6 +169,7 @@ Json::Value RouteValue(const Route& route, const std::map<int, std::string>& dev
 
 std::optional<std::vector<StaticEntry>> ParseStaticRoutes(const std::string& text, std::string& why) {
     std::vector<StaticEntry> entries;
+    std::map<std::pair<Prefix, uint32_t>, int> lineOf;  // by destination and metric
     std::istringstream lines(text);
     std::string line;
     for (int number = 1; std::getline(lines, line); ++number) {
@@ -174,10 +178,10 @@ std::optional<std::vector<StaticEntry>> ParseStaticRoutes(const std::string& tex
         for (std::string word; words >> word;) fields.push_back(word);
         if (fields.empty()) continue;
         std::optional<StaticEntry> entry = ParseStaticLine(fields, why);
-        for (const StaticEntry& earlier : entries) {
-            if (!entry || earlier.route.dst != entry->route.dst || earlier.route.metric != entry->route.metric) continue;
-            why = "same destination and metric as line " + std::to_string(earlier.line);
-            entry.reset();
+        if (entry) {
+            auto [earlier, fresh] = lineOf.emplace(std::make_pair(entry->route.dst, entry->route.metric), number);
+            if (!fresh) why = "same destination and metric as line " + std::to_string(earlier->second);
+            if (!fresh) entry.reset();
         }
         if (!entry) {
             why = "line " + std::to_string(number) + ": " + why;
@@ -222,7 +226,7 @@ bool ReadStaticRoutes(std::vector<StaticEntry>& entries) {
     std::string text;
     std::string why;
     if (tarnlinux::ReadRegular(tarnlinux::kStaticRoutesPath, text) == tarnlinux::ReadResult::kRefused) {
-        LogError(std::string("cannot read ") + tarnlinux::kStaticRoutesPath, kStaticLog);
+        LogError(std::string("cannot read ") + tarnlinux::kStaticRoutesPath + ": " + std::strerror(errno), kStaticLog);
         return false;
     }
     std::optional<std::vector<StaticEntry>> parsed = ParseStaticRoutes(text, why);
@@ -239,9 +243,14 @@ bool ReadStaticRoutes(std::vector<StaticEntry>& entries) {
 bool Refresh(Kernel& kernel, int family, const std::vector<StaticEntry>& entries) {
     bool ok = true;
     std::vector<Route> want;
+    std::map<std::string, int> indexes;  // one lookup per interface, however many lines name it
     for (StaticEntry entry : entries) {
         if (entry.route.family != family) continue;
-        if (!entry.ifname.empty()) entry.route.hops.front().ifindex = static_cast<int>(if_nametoindex(entry.ifname.c_str()));
+        if (!entry.ifname.empty()) {
+            auto known = indexes.emplace(entry.ifname, 0);
+            if (known.second) known.first->second = static_cast<int>(if_nametoindex(entry.ifname.c_str()));
+            entry.route.hops.front().ifindex = known.first->second;
+        }
         if (!entry.ifname.empty() && entry.route.hops.front().ifindex == 0) {
             LogError("line " + std::to_string(entry.line) + ": no interface " + entry.ifname + ", skipped", kStaticLog);
             ok = false;
@@ -249,20 +258,22 @@ bool Refresh(Kernel& kernel, int family, const std::vector<StaticEntry>& entries
         }
         want.push_back(entry.route);
     }
-    std::vector<Route> all;
-    if (!kernel.DumpRoutes(family, all)) return false;
     std::vector<Route> main;
-    std::copy_if(all.begin(), all.end(), std::back_inserter(main), [](const Route& r) { return r.table == RT_TABLE_MAIN; });
+    if (!kernel.DumpRoutes(family, tarnlinux::nl::RouteFilter{RT_TABLE_MAIN, 0}, main)) return false;
     return kernel.Apply(PlanRoutes(main, want, kProtoStatic)) && ok;
 }
 
+// Under the lock, so that two refreshes at once do not both add what they found missing.
 int RefreshFamilies(std::initializer_list<int> families) {
-    std::vector<StaticEntry> entries;
-    if (!ReadStaticRoutes(entries)) return kFailed;
-    if (!tarnlinux::NameRouteProtocols()) {
-        LogError(std::string("cannot write ") + tarnlinux::kProtoNamesPath, kStaticLog);
+    tarnlinux::HeldLock lock(tarnlinux::kStaticLockPath);
+    std::string why;
+    if (!lock.Take(why)) {
+        LogError(std::string("cannot take the lock ") + tarnlinux::kStaticLockPath + ": " + why, kStaticLog);
         return kFailed;
     }
+    std::vector<StaticEntry> entries;
+    if (!ReadStaticRoutes(entries)) return kFailed;
+    NameForIp(nullptr, kStaticLog);
     Kernel kernel;
     bool ok = true;
     for (int family : families) ok = Refresh(kernel, family, entries) && ok;

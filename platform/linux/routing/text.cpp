@@ -167,4 +167,6 @@ std::string Describe(const Rule& rule) {
 
 void LogError(const std::string& text, const char* component) { tarnlinux::Log(LOG_ERR, component, text); }
 
+void LogWarning(const std::string& text, const char* component) { tarnlinux::Log(LOG_WARNING, component, text); }
+
 }  // namespace tarnroute

@@ -76,4 +76,22 @@ veth wan1
 ip addr add 192.0.2.10/26 dev wan1
 converges --enable-route-table -4 wan1 192.0.2.10
 route_from -4 192.0.2.10 203.0.113.9 "via 192.0.2.1 dev wan1 table wan1"
+
+# A rule the kernel refuses (a gateway on no network of the link) is not stored to fail the table.
+expect_eq "$(status "$TOOL" --add-policy-route-rule -4 vpn wan1 198.51.100.0 255.255.255.0 203.0.113.1)" 255 "gateway off the link"
+converges --enable-route-table -4 wan1 192.0.2.10
+
+# A table enabled in no family and without rules gives its number back, and its routes go.
+ok "$TOOL" --del-policy-route-rule -4 vpn wan2 && ok "$TOOL" --del-policy-route-rule -6 vpn wan2
+expect_eq "$(grep -h wan2 /etc/route-mgt/policy-route /etc/iproute2/rt_tables.d/tarn.conf; ip route show table 20001)" "" "freed table"
+
+# Name files that cannot be written cost only the names: a link in the place of ours, then a
+# read-only /etc/iproute2 without the protocols' names, which a static refresh would write.
+ln -sf /dev/null /etc/iproute2/rt_tables.d/tarn.conf
+ok "$TOOL" --add-policy-route-rule -4 vpn wan1 203.0.113.0 255.255.255.0 192.0.2.1
+rm /etc/iproute2/rt_tables.d/tarn.conf /etc/iproute2/rt_protos.d/tarn.conf
+mount -o bind,ro /etc/iproute2 /etc/iproute2
+ok "$TOOL" --add-policy-route-rule -4 vpn wan2 203.0.113.0 255.255.255.0 NULL
+ok "$TOOL" --refresh-static-route-rules
+expect_eq "$(ip route show table all 203.0.113.0/24 | wc -l)" 2 "routes of rules despite the name files"
 echo ok

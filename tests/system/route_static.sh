@@ -55,6 +55,11 @@ for bad in "203.0.113.0/25 198.51.100.99 lan0 10" "203.0.113.0/25 - lan0 4294967
     refresh 255
     expect_eq "$(ours)" "$before" "routes after a file with [$bad]"
 done
+# Refreshes at once all succeed: the second finds what the first added.
+for i in $(seq 0 255); do echo "203.0.113.$i 198.51.100.254 lan0 0 ipv4"; done >"$FILE"
+for i in 1 2 3 4; do "$TOOL" --refresh-static-route-rules -4 & done
+for pid in $(jobs -p); do wait "$pid" || fail "concurrent refresh: exit status $?"; done
+expect_eq "$(ip route show proto tarn-static | wc -l)" 256 "routes after concurrent refreshes"
 rm "$FILE"
 refresh 0
 expect_eq "$(ours)" "" "static routes without a file"
@@ -66,4 +71,21 @@ expect_eq "$("$TOOL" --get-route-tables -4 | tr -d ' \t\n')" '{"lan0":[{"dev":"l
 '"main":[{"dev":"lan0","dst":"192.0.2.128/25","metric":5,"protocol":"boot","scope":"link"},'\
 '{"dev":"lan0","dst":"198.51.100.0/24","metric":0,"protocol":"kernel","scope":"link"}]}' "route tables -4"
 holds "$("$TOOL" --get-route-tables -6)" '"dst" : "2001:db8:3::/64"' "IPv6 connected network in the -6 tables"
+
+# A file or lock in the way fails the refresh, and the log says why. The log goes to /tmp/syslog
+# through a private /dev, whose programs need only these two.
+command -v busybox >/dev/null || skip "no busybox for a system log"
+mount -t tmpfs tarn-dev /dev && mknod -m 666 /dev/null c 1 3 && mknod -m 444 /dev/urandom c 1 9
+busybox syslogd -n -O /tmp/syslog &
+trap "kill $! 2>/dev/null || true" EXIT
+for _ in $(seq 50); do [ -S /dev/log ] && break; sleep 0.1; done
+while read -r -u 3 path line; do
+    rm -f "$path" && mkdir "$path"
+    refresh 255
+    rmdir "$path"
+    holds "$(cat /tmp/syslog)" "$line" "log line"
+done 3<<'ROWS'
+/etc/route-mgt/static-routes static-route: cannot read /etc/route-mgt/static-routes: Invalid argument
+/run/tarn/static-route.lock static-route: cannot take the lock /run/tarn/static-route.lock: cannot open it: Is a directory
+ROWS
 echo ok

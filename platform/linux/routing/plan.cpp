@@ -58,7 +58,8 @@ RoutePlan PlanRoutes(const std::vector<Route>& current, const std::vector<Route>
 RulePlan PlanSourceRules(const std::vector<Rule>& current, int family, uint32_t table, const std::vector<Prefix>& sources) {
     RulePlan plan;
     bool suppressSeen = false;
-    std::vector<Prefix> kept;
+    const std::set<Prefix> wanted(sources.begin(), sources.end());
+    std::set<Prefix> kept;
     for (const Rule& rule : current) {
         if (Ours(rule, family) && rule.priority == kSuppressPriority) {
             if (suppressSeen) plan.remove.push_back(rule);
@@ -66,17 +67,12 @@ RulePlan PlanSourceRules(const std::vector<Rule>& current, int family, uint32_t 
             continue;
         }
         if (!IsSourceRuleOf(rule, family, table)) continue;
-        bool wanted = rule.src && std::find(sources.begin(), sources.end(), *rule.src) != sources.end();
-        if (wanted && std::find(kept.begin(), kept.end(), *rule.src) == kept.end()) {
-            kept.push_back(*rule.src);
-        } else {
-            plan.remove.push_back(rule);
-        }
+        // A second rule of the same address is removed too.
+        if (!rule.src || wanted.count(*rule.src) == 0 || !kept.insert(*rule.src).second) plan.remove.push_back(rule);
     }
     if (!suppressSeen) plan.add.push_back(Rule{family, kSuppressPriority, RT_TABLE_MAIN, kProtoPolicy, std::nullopt, true});
     for (const Prefix& source : sources) {
-        if (std::find(kept.begin(), kept.end(), source) != kept.end()) continue;
-        plan.add.push_back(Rule{family, kSourcePriority, table, kProtoPolicy, source, false});
+        if (kept.count(source) == 0) plan.add.push_back(Rule{family, kSourcePriority, table, kProtoPolicy, source, false});
     }
     return plan;
 }

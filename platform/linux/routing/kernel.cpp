@@ -82,8 +82,9 @@ bool Kernel::Dump(int type, int family, std::vector<T>& out, const tarnlinux::nl
     bool ok =
         filter != nullptr ? session_.DumpRoutes(family, *filter, restart, take) : session_.Dump(type, family, restart, take);
     if (ok) return true;
-    LogError(std::string("cannot read the kernel's ") + FamilyName(family) + (type == RTM_GETROUTE ? " routes: " : " rules: ") +
-             session_.Error());
+    std::string reason = session_.Errno() != 0 ? std::string(": ") + std::strerror(session_.Errno()) : "";
+    LogError(std::string("cannot read the kernel's ") + FamilyName(family) + (type == RTM_GETROUTE ? " routes" : " rules") +
+             reason);
     return false;
 }
 

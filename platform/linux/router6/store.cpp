@@ -16,6 +16,7 @@
 #include <time.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -142,6 +143,16 @@ bool Earlier(const Document& a, const std::string& aName, const Document& b, con
 }
 
 bool OverlapsPrefix(const Prefix& a, const Prefix& b) { return a.length <= b.length ? Contains(a, b.bits) : Contains(b, a.bits); }
+
+// An interface's name that no backup or temporary file has (wan0.bak, wan0~, .wan0.Ab12Cd): not
+// hidden, no trailing "~", and after a dot only digits, as in VLAN names such as eth0.100.
+bool DocumentName(const std::string& name) {
+    size_t dot = name.rfind('.');
+    bool vlan = dot == std::string::npos ||
+                (dot + 1 < name.size() &&
+                 std::all_of(name.begin() + dot + 1, name.end(), [](unsigned char c) { return std::isdigit(c); }));
+    return ValidIfname(name) && name[0] != '.' && name.back() != '~' && vlan;
+}
 
 // A rewrite is a new file, so the same file, size and time mean the same text.
 bool SameVersion(const struct stat& a, const struct stat& b) {
@@ -331,8 +342,7 @@ bool Store::LoadAll(Documents& documents, const std::string& needed) const {
     if (!fs::exists(dir_, error)) return needed.empty();
     for (const fs::directory_entry& entry : fs::directory_iterator(dir_, error)) {
         std::string name = entry.path().filename();
-        // Backups and temporary files (wan0.bak, wan0~, .wan0.Ab12Cd) are not interface names.
-        if (!ValidIfname(name) || entry.symlink_status(error).type() != fs::file_type::regular) continue;
+        if (!DocumentName(name) || entry.symlink_status(error).type() != fs::file_type::regular) continue;
         std::optional<Document> document = Load(name);
         if (!document && name == needed) return false;
         if (document) documents.emplace(name, std::move(*document));

@@ -42,4 +42,7 @@ expect_eq "$(global6 lbr0)" "2001:db8:1200::1/64 " "lbr0 address from the 6in4 p
 check 6to4 2002:c000:201::1/16
 holds "$(cat $STORE/wan0)" '"prefix" : "2002:c000:201::/48"' "6to4 prefix stored"
 expect_eq "$(global6 lbr0)" "2002:c000:201::1/64 " "lbr0 address from the 6to4 prefix"
+# A native router takes the tunnel of an earlier one away, and its default route with it.
+ok "$TOOL" --init-ipv6-router wan0 native
+expect_eq "$(ip -o link show type sit | grep -c 6in4-wan0)|$(ip -6 route show default | grep -c 6in4-wan0)" "0|0" "native after 6to4"
 echo ok

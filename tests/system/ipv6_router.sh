@@ -90,6 +90,13 @@ touch $STORE/.wan0.new
 ok "$TOOL" --apply-new-prefix wan0
 expect_eq "$(global6 lbr0)|$(ls -A $STORE | tr '\n' ' ')" "2001:db8:7800::1/64 |.wan0.new wan0 wan0.bak wan0~ " "store directory"
 
+# Another interface's unreadable document is an error naming the file, logged once per run.
+system_log
+printf '{ torn' >$STORE/wan1
+ok "$TOOL" --apply-new-prefix wan0
+sleep 0.2
+expect_eq "$(grep -c "err tarnnetdtool: ipv6-router: $STORE/wan1 is not a router document" /tmp/syslog)" 1 "log lines"
+
 # A stored tunnel type names the tunnel interface.
 for row in 6in4:6in4-eth1 6to4:6in4-eth1 native:eth1; do
     write_document eth1 "{\"type\": \"${row%:*}\", \"prefix\": \"\"}"

@@ -165,7 +165,7 @@ private:
     // The documents last read or written by this process, with the file version they came from.
     struct Cached {
         struct stat version;
-        Document document;
+        std::optional<Document> document;  // none: the file is not a router document
     };
 
     std::string dir_;

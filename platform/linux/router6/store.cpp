@@ -305,7 +305,7 @@ bool DeallocateIn(Documents& documents, const std::string& run, const std::strin
 Store::Store(std::string dir, std::string lockPath, AddressHook hook, std::function<Moment()> clock)
     : dir_(std::move(dir)), lockPath_(std::move(lockPath)), hook_(std::move(hook)), clock_(std::move(clock)) {}
 
-// Each prefix application reads every document twice per consumer: a document is parsed again
+// Each prefix application reads every document twice per consumer: a document is read again
 // only when lstat sees another version of its file (a rewrite is a new file).
 std::optional<Document> Store::Load(const std::string& ifname) const {
     if (!ValidIfname(ifname)) {
@@ -322,12 +322,10 @@ std::optional<Document> Store::Load(const std::string& ifname) const {
         Logf(errno == ENOENT ? LOG_INFO : LOG_ERR, kLog, "%s not readable: %s", path.c_str(), strerror(errno));
         return std::nullopt;
     }
+    // A document that does not parse is logged once per version, not at every call of a run.
     std::optional<Document> document = ParseDocument(text);
-    if (!document) {
-        Logf(LOG_ERR, kLog, "%s is not a router document", path.c_str());
-        return std::nullopt;
-    }
-    cache_[ifname] = Cached{info, *document};
+    if (!document) Logf(LOG_ERR, kLog, "%s is not a router document", path.c_str());
+    cache_[ifname] = Cached{info, document};
     return document;
 }
 

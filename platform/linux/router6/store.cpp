@@ -345,9 +345,13 @@ std::optional<Document> Store::Load(const std::string& ifname) const {
 // `needed` ("" for none), the others are left out (and logged by Load).
 bool Store::LoadAll(Documents& documents, const std::string& needed) const {
     RemoveStaleTemporaries();
-    struct stat info;
-    if (stat(dir_.c_str(), &info) != 0 && errno == ENOENT) return needed.empty();
-    if (!SameVersion(listing_.version, info) && !List()) return false;
+    struct stat version {};
+    if (stat(dir_.c_str(), &version) != 0) {
+        if (errno == ENOENT) return needed.empty();
+        Logf(LOG_ERR, kLog, "%s not readable: %s", dir_.c_str(), strerror(errno));
+        return false;
+    }
+    if (!SameVersion(listing_.version, version) && !List(version)) return false;
     for (const std::string& name : listing_.names) {
         std::optional<Document> document = Load(name);
         if (!document && name == needed) return false;
@@ -357,14 +361,9 @@ bool Store::LoadAll(Documents& documents, const std::string& needed) const {
 }
 
 // The names of the documents, kept with the directory's version they were listed from.
-bool Store::List() const {
+bool Store::List(const struct stat& version) const {
     std::error_code error;
     listing_ = Listing{};
-    struct stat version;
-    if (stat(dir_.c_str(), &version) != 0) {
-        Logf(LOG_ERR, kLog, "%s not readable: %s", dir_.c_str(), strerror(errno));
-        return false;
-    }
     for (const fs::directory_entry& entry : fs::directory_iterator(dir_, error)) {
         std::string name = entry.path().filename();
         if (DocumentName(name) && entry.symlink_status(error).type() == fs::file_type::regular) listing_.names.push_back(name);

@@ -81,6 +81,11 @@ route_from -4 192.0.2.10 203.0.113.9 "via 192.0.2.1 dev wan1 table wan1"
 expect_eq "$(status "$TOOL" --add-policy-route-rule -4 vpn wan1 198.51.100.0 255.255.255.0 203.0.113.1)" 255 "gateway off the link"
 converges --enable-route-table -4 wan1 192.0.2.10
 
+# A rewrite that a kill cut short leaves a temporary file: the next call removes it once stale.
+touch -d '1 hour ago' /etc/route-mgt/.policy-route.Ab12Cd /etc/route-mgt/.gateway_priority.Ab12Cd
+ok "$TOOL" --enable-route-table -4 wan1 192.0.2.10
+expect_eq "$(ls -A /etc/route-mgt | grep '^\.')" ".gateway_priority.Ab12Cd" "stale temporaries of the state"
+
 # A table enabled in no family and without rules gives its number back, and its routes go.
 ok "$TOOL" --del-policy-route-rule -4 vpn wan2 && ok "$TOOL" --del-policy-route-rule -6 vpn wan2
 expect_eq "$(grep -h wan2 /etc/route-mgt/policy-route /etc/iproute2/rt_tables.d/tarn.conf; ip route show table 20001)" "" "freed table"

@@ -10,6 +10,7 @@
 #include <net/if.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <cerrno>
 #include <cstring>
 
@@ -43,6 +44,7 @@ public:
             why = std::string("cannot take the lock ") + tarnlinux::kPolicyLockPath + ": " + why;
             return false;
         }
+        RemoveStaleTemporaries();
         std::string text;
         tarnlinux::ReadResult read = tarnlinux::ReadRegular(tarnlinux::kPolicyStatePath, text);
         if (read == tarnlinux::ReadResult::kRefused) {
@@ -69,6 +71,17 @@ public:
     PolicyState state;
 
 private:
+    // Rewrites run under the lock that is held now, so a temporary file older than the longest
+    // wait for it was left by a kill.
+    static void RemoveStaleTemporaries() {
+        for (const char* path : {tarnlinux::kPolicyStatePath, tarnlinux::kTableNamesPath}) {
+            std::string file = std::filesystem::path(path).filename();
+            tarnlinux::RemoveStaleTemporaries(
+                std::filesystem::path(path).parent_path(), [&](const std::string& target) { return target == file; },
+                tarnlinux::kLockWait);
+        }
+    }
+
     tarnlinux::HeldLock lock_;
 };
 

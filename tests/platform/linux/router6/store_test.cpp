@@ -190,6 +190,7 @@ TEST_F(StoreTest, RewritesWholeDocumentsOnly) {
     ASSERT_EQ(stat((dir() / "wan0").c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 07777, 0644u);
     EXPECT_EQ(std::distance(fs::directory_iterator(dir()), fs::directory_iterator()), 3);
+    store.EndRun();
 
     EXPECT_FALSE(store.Load("wan1"));
     EXPECT_FALSE(store.Update("wan1", [](Document&) { return true; }));

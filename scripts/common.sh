@@ -1,7 +1,7 @@
 # Shared by run.sh, test.sh and the benchmark: the packages of the build, of the system tests
 # and of the benchmark, and a configure-and-build step.
 BUILD_PACKAGES=(cmake make g++ pkg-config libjsoncpp-dev libboost-dev libgtest-dev libnl-route-3-dev libsystemd-dev)
-TEST_PACKAGES=(busybox iproute2 util-linux dbus-daemon systemd libglib2.0-bin)
+TEST_PACKAGES=(busybox iproute2 util-linux dbus-daemon systemd libglib2.0-bin jq dpkg-dev file lintian mandoc dbus net-tools)
 DEMO_PACKAGES=(busybox iproute2 util-linux dbus-daemon)
 BENCH_PACKAGES=(hyperfine iproute2 util-linux)
 

@@ -8,7 +8,6 @@
 set -eu
 exec 5<"$(dirname "$0")/../../packaging/tarn-restore"
 . "$(dirname "$0")/bus.sh"
-. "$(dirname "$0")/ipv6_router_lib.sh"
 . "$(dirname "$0")/lib.sh"
 command -v jq >/dev/null || skip "no jq"
 RESTORE=/tmp/bin/tarn-restore
@@ -46,8 +45,10 @@ state() {
 
 boot boot1
 tool() { ok dev "$TOOL" "$@"; }
+mkdir -p /etc/route-mgt/ipv6-router
+echo '{"type": "native", "prefix": "2001:db8:1200::/56", "consumers": [{"owner": "lbr0"}, {"owner": "gbr0"}]}' \
+    >/etc/route-mgt/ipv6-router/wan1
 tool --init-ipv6-router wan1 native
-write_document wan1 '{"type": "native", "prefix": "2001:db8:1200::/56", "consumers": [{"owner": "lbr0"}, {"owner": "gbr0"}]}'
 tool --apply-new-prefix wan1
 for g in "-4 1 wan1 198.51.100.1" "-4 2 wan2 203.0.113.1" "-6 1 wan1 2001:db8:1::1" "-6 2 wan2 2001:db8:2::1"; do
     set -- $g && tool --add-gateway-info "$1" "$2" "$3" "$4" "$4" wan

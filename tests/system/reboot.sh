@@ -58,6 +58,7 @@ tool --enable-multi-gateway
 tool --enable-multi-gateway-v6
 tool --add-policy-route-rule -4 vpn wan2 192.0.2.128 255.255.255.192 203.0.113.1
 tool --add-policy-route-rule -6 lab lbr0 2001:db8:ff:: 48 NULL
+tool --add-policy-route-rule -4 lab lbr0 198.51.100.128 255.255.255.192 NULL
 printf '%s\n' '203.0.113.128/25 198.51.100.1 wan1 10 ipv4' '2001:db8:ff00::/40 2001:db8:2::1 wan2 0 ipv6' \
     >/etc/route-mgt/static-routes
 tool --refresh-static-route-rules

@@ -44,6 +44,7 @@ mkdir -p $ROOT/etc/route-mgt/ipv6-router $ROOT/etc/iproute2/rt_tables.d
 RECORDS="gateway_priority policy-route static-routes ipv6-router/wan0 tracking"
 for f in $RECORDS; do echo '{}' >"$ROOT/etc/route-mgt/$f"; done
 echo '20000 wan1' >$ROOT/etc/iproute2/rt_tables.d/tarn.conf
+install -d -o nobody -m 1777 $ROOT/tmp/lock  # made first by another user
 
 ok in_root dpkg -i /tarnnetdtool.deb >/dev/null
 for f in multi-user.target.wants/tarnnetd.service network-online.target.wants/tarn-restore.service; do

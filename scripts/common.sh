@@ -5,6 +5,9 @@ TEST_PACKAGES=(busybox iproute2 util-linux dbus-daemon systemd libglib2.0-bin)
 DEMO_PACKAGES=(busybox iproute2 util-linux dbus-daemon)
 BENCH_PACKAGES=(hyperfine iproute2 util-linux)
 
+# The package test builds, checks and installs the package (jq: also the reboot test).
+TEST_PACKAGES+=(jq dpkg-dev file lintian mandoc dbus net-tools)
+
 # build DIR [cmake options...]: configures (again, so that options given now take effect over
 # an existing build directory), then builds incrementally.
 build() {

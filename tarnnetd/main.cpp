@@ -161,6 +161,9 @@ int Serve(Service& service, const std::string& path) {
     // Only the owner of the name writes the records, so only it may clear what writes left.
     tarnnetd::RemoveLeftovers(path);
     tarnnetd::FinishIPv6Resets();
+    // After a reboot the device has no default route of ours until it is chosen; calls queue
+    // behind this, so the first answer already sees it.
+    service.RefreshAll();
     syslog(LOG_INFO, "serving %s", tarnbus::kName);
     result = sd_event_loop(event.get());
     if (result < 0) return Die("event loop failed: " + Reason(result));

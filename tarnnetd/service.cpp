@@ -95,6 +95,12 @@ Outcome Service::ResetIPv6Module(const Json::Value& request) {
     return kApplied;
 }
 
+void Service::RefreshAll() {
+    std::string error;
+    for (Family family : {Family::kV4, Family::kV6})
+        if (!RefreshFamily(family, error)) syslog(LOG_WARNING, "refresh of %s: %s", FamilyName(family), error.c_str());
+}
+
 template <typename Request, typename Apply>
 Outcome Service::Change(const Json::Value& request, bool (*parse)(const Json::Value&, Request&, std::string&), Apply apply) {
     Request parsed;

@@ -34,6 +34,9 @@ public:
     Outcome Refresh(const Json::Value& request);
     Outcome ResetIPv6Module(const Json::Value& request);
 
+    // Chooses both families' default routes again, logging what the kernel refuses.
+    void RefreshAll();
+
 private:
     // Parses a change, applies it to a copy of the records, and commits the copy.
     template <typename Request, typename Apply>

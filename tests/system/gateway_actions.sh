@@ -69,11 +69,15 @@ refused tool --reset-ipv6-module nosuch0
 
 before=$(cat /etc/route-mgt/gateway_priority)
 daemon_stop
+# As after a reboot: no default route of ours until the daemon chooses one from its records.
+ip -4 route flush proto tarn-gateway && ip -6 route flush proto tarn-gateway
 # A reset cut short by a kill left IPv6 off and its value written down: the next start restores it.
 echo 1 >/proc/sys/net/ipv6/conf/wan0/disable_ipv6
 mkdir -p /run/tarn/ipv6-reset && echo 0 >/run/tarn/ipv6-reset/wan0
 daemon_start
 expect_eq "$(cat /proc/sys/net/ipv6/conf/wan0/disable_ipv6)|$(ls /run/tarn/ipv6-reset)" "0|" "a cut-short reset finished at start"
 expect_eq "$(cat /etc/route-mgt/gateway_priority)" "$before" "record file across a restart"
+expect_eq "$(defaults -4 | grep tarn-gateway)|$(defaults -6)" \
+    "198.51.100.1 wan1 tarn-gateway 50|fe80::1 wan0 tarn-gateway 50" "default routes chosen at start, with no call"
 expect_eq "$(tool --get-gateway-data-by-interface -6 wan1 | tail -1)" "priority=5" "IPv6 record after a restart"
 echo ok

@@ -4,13 +4,21 @@
 
 #include <fcntl.h>
 
+#include <dirent.h>
+
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
+#include <ctime>
+#include <memory>
 
 namespace tarnlinux {
 namespace {
 
 constexpr mode_t kDirMode = 0755;
+// mkostemp's part of a temporary name.
+constexpr size_t kTempSuffix = 6;
 
 std::string TempPattern(const std::string& path, bool hidden) {
     size_t name = path.rfind('/') + 1;  // 0 without a slash
@@ -23,6 +31,14 @@ bool Abandon(const std::string& temp) {
     unlink(temp.c_str());
     errno = saved;
     return false;
+}
+
+// The target's name when `name` is one that TempPattern makes, hidden or not; "" otherwise.
+std::string TempTarget(const std::string& name) {
+    size_t dot = name.size() - kTempSuffix - 1;
+    if (name.size() < kTempSuffix + 2 || name[dot] != '.') return "";
+    if (!std::all_of(name.begin() + dot + 1, name.end(), [](unsigned char c) { return std::isalnum(c); })) return "";
+    return name.substr(name[0] == '.' ? 1 : 0, name[0] == '.' ? dot - 1 : dot);
 }
 
 }  // namespace
@@ -104,6 +120,21 @@ bool UpdateFile(const std::string& path, const std::string& text) {
     ReadResult result = ReadRegular(path, old);
     if (result == ReadResult::kRefused) return false;
     return (result == ReadResult::kRead && old == text) || ReplaceFile(path, text);
+}
+
+void RemoveStaleTemporaries(const std::string& dir, const std::function<bool(const std::string&)>& target,
+                            std::chrono::seconds age) {
+    Fd dirFd(open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    std::unique_ptr<DIR, int (*)(DIR*)> listing(dirFd.Get() >= 0 ? fdopendir(dirFd.Get()) : nullptr, closedir);
+    if (!listing) return;
+    dirFd.Release();  // the listing owns it now
+    time_t before = time(nullptr) - static_cast<time_t>(age.count());
+    while (const dirent* entry = readdir(listing.get())) {
+        std::string name = entry->d_name, of = TempTarget(name);
+        struct stat info;
+        if (of.empty() || !target(of) || fstatat(dirfd(listing.get()), entry->d_name, &info, AT_SYMLINK_NOFOLLOW) != 0) continue;
+        if (S_ISREG(info.st_mode) && info.st_mtime < before) unlinkat(dirfd(listing.get()), entry->d_name, 0);
+    }
 }
 
 }  // namespace tarnlinux

@@ -8,8 +8,10 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 namespace tarnlinux {
@@ -52,6 +54,12 @@ bool ReplaceFile(const std::string& path, const std::string& text, const NewFile
 // ReplaceFile unless `path` holds `text` already; anything there but a regular file (a link, a
 // directory) is refused, never replaced.
 bool UpdateFile(const std::string& path, const std::string& text);
+
+// Removes from `dir` the temporary files of ReplaceFile that a kill left behind: regular files
+// named as ReplaceFile names them for a target that `target` accepts, last changed more than
+// `age` ago. Anything else there is left alone.
+void RemoveStaleTemporaries(const std::string& dir, const std::function<bool(const std::string&)>& target,
+                            std::chrono::seconds age);
 
 }  // namespace tarnlinux
 

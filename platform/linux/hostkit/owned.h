@@ -39,6 +39,8 @@ inline constexpr char kTableNamesPath[] = "/etc/iproute2/rt_tables.d/tarn.conf";
 inline constexpr char kProtoNamesPath[] = "/etc/iproute2/rt_protos.d/tarn.conf";
 inline constexpr char kPolicyLockPath[] = "/run/tarn/policy-route.lock";
 inline constexpr char kRouter6LockPath[] = "/run/tarn/ipv6-router.lock";
+// The router lock around a whole prefix application, taken before kRouter6LockPath.
+inline constexpr char kRouterLockPath[] = "/tmp/lock/lock_ipv6_router";
 // tarnnetd: an interface's disable_ipv6 value while it resets the interface's IPv6 module.
 inline constexpr char kIPv6ResetDir[] = "/run/tarn/ipv6-reset";
 

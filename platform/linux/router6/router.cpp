@@ -47,8 +47,11 @@ bool Change(Session& session, nl_msg* msg, int built, const std::string& what, i
     return false;
 }
 
-// Adds or removes an IPv6 address; one already there (or already gone) counts as done.
-bool ChangeAddress(int ifindex, unsigned __int128 bits, int length, bool add) {
+// Adds or removes an IPv6 address; one already there (or already gone) counts as done. With
+// `lifetimes` an address is made with them, and with `replace` one already there takes them
+// (RTM_NEWADDR with NLM_F_REPLACE changes only its lifetimes).
+bool ChangeAddress(int ifindex, unsigned __int128 bits, int length, bool add, const Lifetimes* lifetimes = nullptr,
+                   bool replace = false) {
     in6_addr local = ToIn6(bits);
     Session session;
     nl::Address address(rtnl_addr_alloc());
@@ -58,8 +61,12 @@ bool ChangeAddress(int ifindex, unsigned __int128 bits, int length, bool add) {
     rtnl_addr_set_family(address.get(), AF_INET6);
     if (rtnl_addr_set_local(address.get(), bytes.get()) < 0) return false;
     rtnl_addr_set_prefixlen(address.get(), length);
+    if (lifetimes != nullptr) {
+        rtnl_addr_set_preferred_lifetime(address.get(), lifetimes->preferred);
+        rtnl_addr_set_valid_lifetime(address.get(), lifetimes->valid);
+    }
     nl_msg* msg = nullptr;
-    int built = add ? rtnl_addr_build_add_request(address.get(), NLM_F_CREATE, &msg)
+    int built = add ? rtnl_addr_build_add_request(address.get(), NLM_F_CREATE | (replace ? NLM_F_REPLACE : 0), &msg)
                     : rtnl_addr_build_delete_request(address.get(), 0, &msg);
     std::string what = "address " + AddressText(bits) + "/" + std::to_string(length) + (add ? " not added" : " not removed");
     return Change(session, msg, built, what, add ? EEXIST : EADDRNOTAVAIL);
@@ -241,8 +248,12 @@ private:
     }
 
     // accept_ra 2 comes first: with forwarding on, an interface that only accepts router
-    // advertisements when not forwarding would lose its own configuration.
+    // advertisements when not forwarding would lose its own configuration. A tunnel of an
+    // earlier 6in4 or 6to4 router goes, and its default route with it.
     bool CreateNative() const {
+        Session session;
+        std::optional<Link> tunnel = FindLink(session, TunnelName());
+        if (tunnel && tunnel->kind == kSitKind && !DeleteLink(session, tunnel->ifindex, TunnelName())) return false;
         return SetSysctl(IPv6ConfPath(ifname_, "accept_ra"), "2") && SetSysctl(IPv6ConfPath("all", "forwarding"), "1");
     }
 
@@ -257,13 +268,14 @@ private:
     std::string ifname_;
 };
 
-// The consumer's interface gets or loses <prefix>::1/64; an owner without an interface has
-// only its record.
-bool OwnerAddress(const std::string& owner, const std::string& prefix, bool add) {
+// The consumer's interface gets, renews or loses <prefix>::1/64; an owner without an interface
+// has only its record.
+bool OwnerAddress(const std::string& owner, const std::string& prefix, AddressOp op, const Lifetimes& lifetimes) {
     std::optional<unsigned __int128> subnet = Parse64(prefix);
-    int ifindex = owner == kVpnOwner ? 0 : static_cast<int>(if_nametoindex(owner.c_str()));
+    int ifindex = owner == kVpnOwner || !ValidIfname(owner) ? 0 : static_cast<int>(if_nametoindex(owner.c_str()));
     if (ifindex == 0) return true;
-    return subnet && ChangeAddress(ifindex, *subnet | 1, kSubnetLength, add);
+    return subnet &&
+           ChangeAddress(ifindex, *subnet | 1, kSubnetLength, op != AddressOp::kRemove, &lifetimes, op == AddressOp::kRenew);
 }
 
 }  // namespace

@@ -53,14 +53,33 @@ struct Consumer {
     std::string holds;
 };
 
+// Lifetimes of a delegation in seconds; kForever (DHCPv6's 0xffffffff) never runs out.
+inline constexpr uint32_t kForever = 0xffffffff;
+struct Lifetimes {
+    uint32_t preferred = kForever;
+    uint32_t valid = kForever;
+};
+
+// A point in time that no step of the wall clock moves: the boot and CLOCK_BOOTTIME's seconds.
+struct Moment {
+    std::string boot;
+    int64_t seconds = 0;
+};
+Moment Now();
+
 // The stored configuration of one interface.
 struct Document {
-    std::string type;                 // "native", "6in4" or "6to4"
-    std::string prefix;               // "address/length", "" before one is delegated
-    std::string remote;               // 6in4: the tunnel's remote IPv4 end
-    std::string tunnelAddress;        // 6in4: the tunnel's own IPv6 address, "address/length"
-    std::vector<Consumer> consumers;  // in the order prefixes are handed out; only ever appended to
+    std::string type;                    // "native", "6in4" or "6to4"
+    std::string prefix;                  // "address/length", "" before one is delegated
+    std::string remote;                  // 6in4: the tunnel's remote IPv4 end
+    std::string tunnelAddress;           // 6in4: the tunnel's own IPv6 address, "address/length"
+    std::vector<Consumer> consumers;     // in the order prefixes are handed out; only ever appended to
+    std::optional<Lifetimes> lifetimes;  // as delegated; none: the consumers' addresses are permanent
+    Moment received;                     // when `lifetimes` were delegated
 };
+
+// What is left of the document's lifetimes at `now`; nothing of a delegation of another boot.
+Lifetimes Remaining(const Document& document, const Moment& now);
 
 // nullopt when the text is not a document of ours.
 std::optional<Document> ParseDocument(const std::string& text);
@@ -69,36 +88,76 @@ std::string DocumentText(const Document& document);
 // Every stored configuration, by interface name.
 using Documents = std::map<std::string, Document>;
 
-// The ownership rules over the whole pool. On success the documents are changed, `ifname`
-// names the one changed ("" when nothing changed) and true is returned; otherwise `error`
-// says why and nothing is changed.
-bool AllocateIn(Documents& documents, const std::string& prefix, const std::string& owner, std::string& ifname,
-                std::string& error);
-bool DeallocateIn(Documents& documents, const std::string& prefix, const std::string& owner, std::string& ifname,
-                  std::string& error);
+// Where an allocation is decided: the interface whose prefix application runs ("" outside one:
+// the document with the longest prefix holding the /64), the /64 the owner released in that
+// run, and the time.
+struct Context {
+    std::string run;
+    std::string released;
+    Moment now;
+};
 
-// Adds (true) or removes (false) the address <prefix>::1/64 on the owner's interface: true when
-// done or when the owner has no interface.
-using AddressHook = std::function<bool(const std::string& owner, const std::string& prefix, bool add)>;
+// What an allocation changed: the document that records it, and the /64 the owner held before
+// ("" for none). `changed` is false when the owner holds the /64 already.
+struct Allocation {
+    std::string ifname;
+    std::string dropped;
+    bool changed = false;
+};
+
+// The ownership rules over the whole pool. On success the documents are changed and true is
+// returned; otherwise `error` says why and nothing is changed.
+bool AllocateIn(Documents& documents, const Context& context, const std::string& prefix, const std::string& owner,
+                Allocation& allocation, std::string& error);
+// `ifname` names the document changed ("" when nothing changed); with `run` given, only that
+// interface's document is looked at.
+bool DeallocateIn(Documents& documents, const std::string& run, const std::string& prefix, const std::string& owner,
+                  std::string& ifname, std::string& error);
+// Whether another live delegation overlaps `prefix`: its interface in `other`.
+bool Overlaps(const Documents& documents, const std::string& ifname, const Prefix& prefix, const Moment& now, std::string& other);
+
+// What becomes of a consumer's address <prefix>::1/64: made when missing (an address already
+// there is left alone), its lifetimes renewed (made when missing), or removed.
+enum class AddressOp { kEnsure, kRenew, kRemove };
+// Changes the address on the owner's interface: true when done or when the owner has none.
+using AddressHook =
+    std::function<bool(const std::string& owner, const std::string& prefix, AddressOp op, const Lifetimes& lifetimes)>;
 
 // The directory of documents and the lock that guards each read-change-write of it.
 class Store {
 public:
-    Store(std::string dir, std::string lockPath, AddressHook hook);
+    Store(std::string dir, std::string lockPath, AddressHook hook, std::function<Moment()> clock = Now);
 
     // One interface's document; nullopt (logged) when missing or unreadable.
     std::optional<Document> Load(const std::string& ifname) const;
+
+    // One interface's prefix application, from its LoadConfig to the end of its pool: a release
+    // is only recorded, and the address goes when its owner then gets another /64 or none.
+    void BeginRun(const std::string& ifname);
+    void EndRun();
     bool Allocate(const std::string& prefix, const std::string& owner);
     bool Deallocate(const std::string& prefix, const std::string& owner);
+
     // Changes one interface's document (a new one when missing) under the lock; false, with
     // nothing written, when `change` refuses or the document cannot be read or written.
     bool Update(const std::string& ifname, const std::function<bool(Document&)>& change);
 
+    // A delegation for an interface that has a document: the prefix and its lifetimes stored;
+    // when the prefix is the stored one, the consumers' addresses of it get the new lifetimes.
+    // False with `why` (one line) when refused.
+    bool Delegate(const std::string& ifname, const Prefix& prefix, const Lifetimes& lifetimes, bool& changed, std::string& why);
+    // The delegation ended: the consumers' addresses of it deprecated, gone when their valid
+    // lifetime ends (at most kWithdrawnValid); who holds which /64 stays recorded.
+    bool Withdraw(const std::string& ifname, std::string& why);
+
 private:
-    bool Change(const std::string& prefix, const std::string& owner, bool allocate);
-    bool LoadAll(Documents& documents) const;
+    bool LoadAll(Documents& documents, const std::string& needed) const;
     bool Write(const std::string& ifname, const Document& document) const;
     bool ReadDocumentFileOrCached(const std::string& ifname, int fd, const struct stat& info, std::string& text) const;
+    bool Release(Documents& documents, const std::string& prefix, const std::string& owner);
+    void RemoveStaleTemporaries() const;
+    bool Existing(const std::string& ifname, Documents& documents, std::string& why) const;
+    void Addresses(const Document& document, const Prefix& prefix, AddressOp op);
 
     // The documents last read or written by this process, with the file version they came from.
     struct Cached {
@@ -109,8 +168,17 @@ private:
     std::string dir_;
     std::string lockPath_;
     AddressHook hook_;
+    std::function<Moment()> clock_;
     mutable std::map<std::string, Cached> cache_;
+    mutable bool swept_ = false;
+    // The run under way: its interface, each owner's released /64, and whether the pool was used.
+    std::string run_;
+    std::map<std::string, std::string> released_;
+    bool used_ = false;
 };
+
+// A withdrawn delegation's addresses stay valid at most this long (RFC 7084, L-13).
+inline constexpr uint32_t kWithdrawnValid = 7200;
 
 // The product's store: kRouter6StoreDir, kRouter6LockPath, addresses through the kernel.
 Store& SystemStore();

@@ -13,11 +13,14 @@
 #include <sys/stat.h>
 #include <syslog.h>
 
+#include <time.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <memory>
 
@@ -28,6 +31,13 @@ namespace fs = std::filesystem;
 
 // A document is a few hundred bytes; anything far larger is not one of ours.
 constexpr size_t kMaxDocumentSize = 1 << 20;
+// A temporary file of a rewrite older than this was left by a kill: every rewrite runs under
+// the store lock, which no holder keeps longer.
+constexpr std::chrono::seconds kStaleTemporary = kLockWait;
+constexpr char kBootIdPath[] = "/proc/sys/kernel/random/boot_id";
+// Never a consumer: it has no link to advertise a prefix on.
+constexpr char kLoopback[] = "lo";
+constexpr int kSubnetLength = 64;
 
 // Members of a document.
 constexpr char kType[] = "type";
@@ -37,6 +47,10 @@ constexpr char kTunnelAddress[] = "tunnel_address";
 constexpr char kConsumers[] = "consumers";
 constexpr char kOwner[] = "owner";
 constexpr char kHolds[] = "holds";
+constexpr char kPreferred[] = "pltime";
+constexpr char kValid[] = "vltime";
+constexpr char kReceived[] = "received";
+constexpr char kBoot[] = "boot_id";
 
 bool OptionalString(const Json::Value& root, const char* name, std::string& out) {
     const Json::Value& value = root[name];
@@ -50,6 +64,24 @@ bool ParseConsumer(const Json::Value& entry, Consumer& consumer) {
     if (!entry.isObject() || !entry[kOwner].isString() || !OptionalString(entry, kHolds, consumer.holds)) return false;
     consumer.owner = entry[kOwner].asString();
     return !consumer.owner.empty() && (consumer.holds.empty() || Parse64(consumer.holds));
+}
+
+bool Seconds(const Json::Value& value, uint32_t& out) {
+    if (!value.isUInt()) return false;
+    out = value.asUInt();
+    return true;
+}
+
+// All four members or none; a preferred lifetime never outlasts the valid one.
+bool ParseLifetimes(const Json::Value& root, Document& document) {
+    if (root[kPreferred].isNull() && root[kValid].isNull() && root[kReceived].isNull() && root[kBoot].isNull()) return true;
+    Lifetimes lifetimes;
+    if (!Seconds(root[kPreferred], lifetimes.preferred) || !Seconds(root[kValid], lifetimes.valid) ||
+        lifetimes.preferred > lifetimes.valid || !root[kReceived].isInt64() || !root[kBoot].isString())
+        return false;
+    document.lifetimes = lifetimes;
+    document.received = Moment{root[kBoot].asString(), root[kReceived].asInt64()};
+    return true;
 }
 
 bool SameSubnet(const std::string& a, const std::string& b) {
@@ -78,13 +110,68 @@ Document* Home(Documents& documents, unsigned __int128 subnet, std::string& ifna
     return home;
 }
 
+// The run's document when it holds the /64; otherwise, outside a run, the longest prefix's.
+Document* HomeIn(Documents& documents, const std::string& run, unsigned __int128 subnet, std::string& ifname) {
+    if (run.empty()) return Home(documents, subnet, ifname);
+    auto found = documents.find(run);
+    std::optional<Prefix> prefix = found != documents.end() ? ParsePrefix(found->second.prefix) : std::nullopt;
+    if (!prefix || prefix->length > 64 || !Contains(*prefix, subnet)) return nullptr;
+    ifname = run;
+    return &found->second;
+}
+
+// Consumers are interfaces (an upstream or the loopback never is one) or the VPN server.
+bool ValidOwner(const Documents& documents, const std::string& owner, std::string& error) {
+    if (owner == kVpnOwner) return true;
+    if (!ValidIfname(owner) || owner == kLoopback) {
+        error = "not an interface name";
+        return false;
+    }
+    if (documents.count(owner) != 0) {
+        error = "an upstream interface";
+        return false;
+    }
+    return true;
+}
+
+// Who came first among overlapping delegations: a permanent one (no lifetimes), then by the
+// time they were stored, then by name.
+bool Earlier(const Document& a, const std::string& aName, const Document& b, const std::string& bName) {
+    int64_t x = a.lifetimes ? a.received.seconds : -1, y = b.lifetimes ? b.received.seconds : -1;
+    return x != y ? x < y : aName < bName;
+}
+
+bool OverlapsPrefix(const Prefix& a, const Prefix& b) { return a.length <= b.length ? Contains(a, b.bits) : Contains(b, a.bits); }
+
 // A rewrite is a new file, so the same file, size and time mean the same text.
 bool SameVersion(const struct stat& a, const struct stat& b) {
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size && a.st_mtim.tv_sec == b.st_mtim.tv_sec &&
            a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
 }
 
+uint32_t Left(uint32_t lifetime, int64_t age) {
+    if (lifetime == kForever) return kForever;
+    return lifetime > age ? static_cast<uint32_t>(lifetime - age) : 0;
+}
+
 }  // namespace
+
+Moment Now() {
+    Moment now;
+    timespec boottime{};
+    clock_gettime(CLOCK_BOOTTIME, &boottime);
+    now.seconds = boottime.tv_sec;
+    if (ReadRegular(kBootIdPath, now.boot, kMaxDocumentSize) != ReadResult::kRead) now.boot.clear();
+    while (!now.boot.empty() && now.boot.back() == '\n') now.boot.pop_back();
+    return now;
+}
+
+Lifetimes Remaining(const Document& document, const Moment& now) {
+    if (!document.lifetimes) return Lifetimes{};
+    if (document.received.boot != now.boot) return Lifetimes{0, 0};
+    int64_t age = std::max<int64_t>(0, now.seconds - document.received.seconds);
+    return Lifetimes{Left(document.lifetimes->preferred, age), Left(document.lifetimes->valid, age)};
+}
 
 std::optional<Document> ParseDocument(const std::string& text) {
     Json::Value root;
@@ -93,7 +180,7 @@ std::optional<Document> ParseDocument(const std::string& text) {
     if (!root[kType].isString()) return std::nullopt;
     document.type = root[kType].asString();
     if (!OptionalString(root, kPrefix, document.prefix) || !OptionalString(root, kRemote, document.remote) ||
-        !OptionalString(root, kTunnelAddress, document.tunnelAddress))
+        !OptionalString(root, kTunnelAddress, document.tunnelAddress) || !ParseLifetimes(root, document))
         return std::nullopt;
     if (!document.prefix.empty() && !ParsePrefix(document.prefix)) return std::nullopt;
     const Json::Value& consumers = root[kConsumers];
@@ -112,6 +199,12 @@ std::string DocumentText(const Document& document) {
     root[kPrefix] = document.prefix;
     if (!document.remote.empty()) root[kRemote] = document.remote;
     if (!document.tunnelAddress.empty()) root[kTunnelAddress] = document.tunnelAddress;
+    if (document.lifetimes) {
+        root[kPreferred] = document.lifetimes->preferred;
+        root[kValid] = document.lifetimes->valid;
+        root[kReceived] = static_cast<Json::Int64>(document.received.seconds);
+        root[kBoot] = document.received.boot;
+    }
     Json::Value& consumers = root[kConsumers] = Json::Value(Json::arrayValue);
     for (const Consumer& consumer : document.consumers) {
         Json::Value entry(Json::objectValue);
@@ -124,47 +217,66 @@ std::string DocumentText(const Document& document) {
     return Json::writeString(builder, root) + "\n";
 }
 
-bool AllocateIn(Documents& documents, const std::string& prefix, const std::string& owner, std::string& ifname,
-                std::string& error) {
+bool Overlaps(const Documents& documents, const std::string& ifname, const Prefix& prefix, const Moment& now,
+              std::string& other) {
+    for (const auto& [name, document] : documents) {
+        std::optional<Prefix> theirs = ParsePrefix(document.prefix);
+        if (name == ifname || !theirs || Remaining(document, now).valid == 0 || !OverlapsPrefix(prefix, *theirs)) continue;
+        other = name;
+        return true;
+    }
+    return false;
+}
+
+bool AllocateIn(Documents& documents, const Context& context, const std::string& prefix, const std::string& owner,
+                Allocation& allocation, std::string& error) {
     std::optional<unsigned __int128> subnet = Parse64(prefix);
-    if (!subnet || owner.empty()) {
-        error = "not a /64 prefix and an owner";
+    if (!subnet) {
+        error = "not a /64 prefix";
         return false;
     }
+    if (!ValidOwner(documents, owner, error)) return false;
     for (const auto& [name, document] : documents)
         for (const Consumer& consumer : document.consumers)
             if (consumer.owner != owner && SameSubnet(consumer.holds, prefix)) {
                 error = "held by " + consumer.owner + " of " + name;
                 return false;
             }
-    std::string home;
-    Document* document = Home(documents, *subnet, home);
+    Document* document = HomeIn(documents, context.run, *subnet, allocation.ifname);
     if (document == nullptr) {
         error = "in no configured prefix";
         return false;
     }
-    Consumer* consumer = FindOwner(*document, owner);
-    if (consumer != nullptr && SameSubnet(consumer->holds, prefix)) {
-        ifname.clear();
-        return true;
+    // Of two overlapping delegations only the earlier is handed out.
+    std::string other;
+    std::optional<Prefix> own = ParsePrefix(document->prefix);
+    Documents earlier;
+    for (const auto& [name, theirs] : documents)
+        if (name != allocation.ifname && Earlier(theirs, name, *document, allocation.ifname)) earlier.emplace(name, theirs);
+    if (own && Overlaps(earlier, allocation.ifname, *own, context.now, other)) {
+        error = "the prefix of " + allocation.ifname + " overlaps the earlier one of " + other;
+        return false;
     }
-    if (consumer != nullptr && !consumer->holds.empty()) {
+    Consumer* consumer = FindOwner(*document, owner);
+    if (consumer != nullptr && SameSubnet(consumer->holds, prefix)) return true;
+    if (consumer != nullptr && !consumer->holds.empty() && !SameSubnet(consumer->holds, context.released)) {
         error = "the owner still holds " + consumer->holds;
         return false;
     }
     if (consumer == nullptr) consumer = &document->consumers.emplace_back(Consumer{owner, ""});
+    allocation.dropped = consumer->holds;
     consumer->holds = AddressText(*subnet);
-    ifname = home;
+    allocation.changed = true;
     return true;
 }
 
-bool DeallocateIn(Documents& documents, const std::string& prefix, const std::string& owner, std::string& ifname,
-                  std::string& error) {
+bool DeallocateIn(Documents& documents, const std::string& run, const std::string& prefix, const std::string& owner,
+                  std::string& ifname, std::string& error) {
     ifname.clear();
     bool listed = false;
     for (auto& [name, document] : documents) {
         Consumer* consumer = FindOwner(document, owner);
-        if (consumer == nullptr) continue;
+        if (consumer == nullptr || (!run.empty() && name != run)) continue;
         listed = true;
         if (prefix.empty() ? !consumer->holds.empty() : !SameSubnet(consumer->holds, prefix)) continue;
         if (!prefix.empty()) ifname = name;
@@ -177,8 +289,8 @@ bool DeallocateIn(Documents& documents, const std::string& prefix, const std::st
     return false;
 }
 
-Store::Store(std::string dir, std::string lockPath, AddressHook hook)
-    : dir_(std::move(dir)), lockPath_(std::move(lockPath)), hook_(std::move(hook)) {}
+Store::Store(std::string dir, std::string lockPath, AddressHook hook, std::function<Moment()> clock)
+    : dir_(std::move(dir)), lockPath_(std::move(lockPath)), hook_(std::move(hook)), clock_(std::move(clock)) {}
 
 std::optional<Document> Store::Load(const std::string& ifname) const {
     if (!ValidIfname(ifname)) {
@@ -187,16 +299,15 @@ std::optional<Document> Store::Load(const std::string& ifname) const {
     }
     Fd fd;
     struct stat info;
-    std::string text;
-    if (!OpenRegular(dir_ + "/" + ifname, fd, info, kMaxDocumentSize) ||
-        !ReadDocumentFileOrCached(ifname, fd.Get(), info, text)) {
-        Logf(errno == ENOENT ? LOG_INFO : LOG_ERR, kLog, "configuration of %s not readable: %s", ifname.c_str(), strerror(errno));
+    std::string path = dir_ + "/" + ifname, text;
+    if (!OpenRegular(path, fd, info, kMaxDocumentSize) || !ReadDocumentFileOrCached(ifname, fd.Get(), info, text)) {
+        Logf(errno == ENOENT ? LOG_INFO : LOG_ERR, kLog, "%s not readable: %s", path.c_str(), strerror(errno));
         return std::nullopt;
     }
     if (text.empty()) return cache_[ifname].document;
     std::optional<Document> document = ParseDocument(text);
     if (!document) {
-        Logf(LOG_ERR, kLog, "configuration of %s is not a router document", ifname.c_str());
+        Logf(LOG_ERR, kLog, "%s is not a router document", path.c_str());
         return std::nullopt;
     }
     cache_[ifname] = Cached{info, *document};
@@ -212,26 +323,35 @@ bool Store::ReadDocumentFileOrCached(const std::string& ifname, int fd, const st
     return ReadAll(fd, text, kMaxDocumentSize) && !text.empty();
 }
 
-bool Store::LoadAll(Documents& documents) const {
+// Every document whose name is an interface's; one that cannot be read fails only when it is
+// `needed` ("" for none), the others are left out (and logged by Load).
+bool Store::LoadAll(Documents& documents, const std::string& needed) const {
+    RemoveStaleTemporaries();
     std::error_code error;
-    if (!fs::exists(dir_, error)) return true;
+    if (!fs::exists(dir_, error)) return needed.empty();
     for (const fs::directory_entry& entry : fs::directory_iterator(dir_, error)) {
         std::string name = entry.path().filename();
-        // Temporary files of a rewrite start with a dot; other names cannot be interfaces, and
-        // only a regular file is a document.
-        if (name[0] == '.' || !ValidIfname(name) || entry.symlink_status(error).type() != fs::file_type::regular) continue;
+        // Backups and temporary files (wan0.bak, wan0~, .wan0.Ab12Cd) are not interface names.
+        if (!ValidIfname(name) || entry.symlink_status(error).type() != fs::file_type::regular) continue;
         std::optional<Document> document = Load(name);
-        if (!document) return false;
-        documents.emplace(name, std::move(*document));
+        if (!document && name == needed) return false;
+        if (document) documents.emplace(name, std::move(*document));
     }
     if (error) Logf(LOG_ERR, kLog, "%s not readable: %s", dir_.c_str(), error.message().c_str());
-    return !error;
+    return !error && (needed.empty() || documents.count(needed) != 0);
+}
+
+// Once per process, under the store lock, so that no rewrite of ours is under way.
+void Store::RemoveStaleTemporaries() const {
+    if (swept_) return;
+    swept_ = true;
+    tarnlinux::RemoveStaleTemporaries(dir_, ValidIfname, kStaleTemporary);
 }
 
 bool Store::Write(const std::string& ifname, const Document& document) const {
     std::string path = dir_ + "/" + ifname;
     if (!ReplaceFile(path, DocumentText(document))) {
-        Logf(LOG_ERR, kLog, "configuration of %s not written: %s", ifname.c_str(), strerror(errno));
+        Logf(LOG_ERR, kLog, "%s not written: %s", path.c_str(), strerror(errno));
         return false;
     }
     struct stat info;
@@ -239,37 +359,93 @@ bool Store::Write(const std::string& ifname, const Document& document) const {
     return true;
 }
 
-bool Store::Change(const std::string& prefix, const std::string& owner, bool allocate) {
-    const char* verb = allocate ? "allocate" : "deallocate";
-    HeldLock lock(lockPath_);
-    if (!lock.Take()) {
-        Logf(LOG_ERR, kLog, "store lock %s not taken", lockPath_.c_str());
-        return false;
-    }
-    Documents documents;
-    if (!LoadAll(documents)) return false;
-    std::string ifname;
-    std::string error;
-    bool ruled =
-        allocate ? AllocateIn(documents, prefix, owner, ifname, error) : DeallocateIn(documents, prefix, owner, ifname, error);
-    if (!ruled) {
-        Logf(LOG_INFO, kLog, "cannot %s [%s] for %s: %s", verb, prefix.c_str(), owner.c_str(), error.c_str());
-        return false;
-    }
-    // A release of nothing touches no interface; a repeated allocation makes sure of the address.
-    if (!allocate && ifname.empty()) return true;
-    if (!hook_(owner, prefix, allocate)) {
-        Logf(LOG_ERR, kLog, "cannot %s [%s] for %s: address of the interface not changed", verb, prefix.c_str(), owner.c_str());
-        return false;
-    }
-    if (ifname.empty() || Write(ifname, documents[ifname])) return true;
-    hook_(owner, prefix, !allocate);
-    return false;
+void Store::BeginRun(const std::string& ifname) {
+    run_ = ifname;
+    released_.clear();
+    used_ = false;
 }
 
-bool Store::Allocate(const std::string& prefix, const std::string& owner) { return Change(prefix, owner, true); }
+// The owner gets none: its address goes first, then the record, so that a kill in between
+// leaves a record that a rerun releases again, never an address that nobody owns.
+bool Store::Release(Documents& documents, const std::string& prefix, const std::string& owner) {
+    std::string ifname, error;
+    if (!DeallocateIn(documents, run_, prefix, owner, ifname, error) || ifname.empty()) return true;
+    // The same owner may hold the same /64 through another document written by hand.
+    bool shared = false;
+    for (auto& [name, document] : documents) {
+        Consumer* consumer = FindOwner(document, owner);
+        shared = shared || (consumer != nullptr && SameSubnet(consumer->holds, prefix));
+    }
+    if (!shared && !hook_(owner, prefix, AddressOp::kRemove, Lifetimes{})) {
+        Logf(LOG_ERR, kLog, "cannot release [%s] of %s: address of the interface not removed", prefix.c_str(), owner.c_str());
+        return false;
+    }
+    return Write(ifname, documents[ifname]);
+}
 
-bool Store::Deallocate(const std::string& prefix, const std::string& owner) { return Change(prefix, owner, false); }
+void Store::EndRun() {
+    if (!used_) return;
+    used_ = false;
+    HeldLock lock(lockPath_);
+    Documents documents;
+    if (!lock.Take() || !LoadAll(documents, run_)) return;
+    // Owners that released their /64 and got nothing, and those past the end of a smaller prefix.
+    std::optional<Prefix> prefix = ParsePrefix(documents[run_].prefix);
+    for (const Consumer& consumer : Document(documents[run_]).consumers) {
+        std::optional<unsigned __int128> subnet = Parse64(consumer.holds);
+        bool outside = subnet && (!prefix || !Contains(*prefix, *subnet));
+        if (outside || released_.count(consumer.owner) != 0) Release(documents, consumer.holds, consumer.owner);
+    }
+    released_.clear();
+}
+
+bool Store::Deallocate(const std::string& prefix, const std::string& owner) {
+    used_ = true;
+    HeldLock lock(lockPath_);
+    Documents documents;
+    std::string ifname, error;
+    if (!lock.Take() || !LoadAll(documents, run_)) return false;
+    if (owner != kVpnOwner && !ValidIfname(owner)) error = "not an interface name";
+    if (!error.empty() || !DeallocateIn(documents, run_, prefix, owner, ifname, error)) {
+        Logf(LOG_INFO, kLog, "cannot deallocate [%s] for %s: %s", prefix.c_str(), owner.c_str(), error.c_str());
+        return false;
+    }
+    // Only recorded: the address stays while the owner gets the same /64 back.
+    if (!ifname.empty()) released_[owner] = prefix;
+    return true;
+}
+
+bool Store::Allocate(const std::string& prefix, const std::string& owner) {
+    used_ = true;
+    HeldLock lock(lockPath_);
+    Documents documents;
+    if (!lock.Take() || !LoadAll(documents, run_)) return false;
+    Context context{run_, "", clock_()};
+    auto released = released_.find(owner);
+    if (released != released_.end()) context.released = released->second;
+    released_.erase(owner);
+    Allocation allocation;
+    std::string error;
+    if (!AllocateIn(documents, context, prefix, owner, allocation, error)) {
+        Logf(LOG_INFO, kLog, "cannot allocate [%s] for %s: %s", prefix.c_str(), owner.c_str(), error.c_str());
+        if (!context.released.empty()) Release(documents, context.released, owner);
+        return false;
+    }
+    // The old address goes before the record changes and the new one comes after it: a kill
+    // at any point leaves no address that the documents do not name.
+    if (!allocation.dropped.empty() && !hook_(owner, allocation.dropped, AddressOp::kRemove, Lifetimes{})) {
+        Logf(LOG_ERR, kLog, "cannot allocate [%s] for %s: [%s] not removed", prefix.c_str(), owner.c_str(),
+             allocation.dropped.c_str());
+        return false;
+    }
+    if (allocation.changed && !Write(allocation.ifname, documents[allocation.ifname])) return false;
+    // The record is what the pool hands out; an address the kernel refuses now (the interface's
+    // IPv6 off) is made by the next run, and the indexes do not move.
+    Lifetimes left = Remaining(documents[allocation.ifname], context.now);
+    if (left.valid != 0 && !hook_(owner, prefix, AddressOp::kEnsure, left))
+        Logf(LOG_ERR, kLog, "[%s] of %s recorded, its address not added", prefix.c_str(), owner.c_str());
+    return true;
+}
 
 bool Store::Update(const std::string& ifname, const std::function<bool(Document&)>& change) {
     if (!ValidIfname(ifname)) return false;
@@ -288,6 +464,90 @@ bool Store::Update(const std::string& ifname, const std::function<bool(Document&
     return change(document) && Write(ifname, document);
 }
 
+// The pool with the interface's own document in it; false with `why` when it has none.
+bool Store::Existing(const std::string& ifname, Documents& documents, std::string& why) const {
+    std::error_code error;
+    if (!ValidIfname(ifname)) {
+        why = "not an interface name: " + ifname;
+        return false;
+    }
+    if (fs::symlink_status(dir_ + "/" + ifname, error).type() == fs::file_type::not_found) {
+        why = "no router document for " + ifname + " in " + dir_;
+        return false;
+    }
+    if (!LoadAll(documents, ifname)) {
+        why = "the router document " + dir_ + "/" + ifname + " cannot be read";
+        return false;
+    }
+    return true;
+}
+
+// The addresses of the consumers holding a /64 of `prefix` get the document's lifetimes left.
+void Store::Addresses(const Document& document, const Prefix& prefix, AddressOp op) {
+    Lifetimes left = Remaining(document, clock_());
+    if (left.valid == 0) op = AddressOp::kRemove;
+    for (const Consumer& consumer : document.consumers) {
+        std::optional<unsigned __int128> subnet = Parse64(consumer.holds);
+        if (subnet && Contains(prefix, *subnet) && !hook_(consumer.owner, consumer.holds, op, left))
+            Logf(LOG_ERR, kLog, "lifetimes of [%s] of %s not renewed", consumer.holds.c_str(), consumer.owner.c_str());
+    }
+}
+
+bool Store::Delegate(const std::string& ifname, const Prefix& prefix, const Lifetimes& lifetimes, bool& changed,
+                     std::string& why) {
+    HeldLock lock(lockPath_);
+    Documents documents;
+    if (!lock.Take()) {
+        why = "the store lock " + lockPath_ + " cannot be taken";
+        return false;
+    }
+    if (prefix.length > kSubnetLength || lifetimes.valid == 0 || lifetimes.preferred > lifetimes.valid) {
+        why = "a prefix longer than /64, a valid lifetime of 0 or a preferred lifetime above the valid one";
+        return false;
+    }
+    if (!Existing(ifname, documents, why)) return false;
+    Moment now = clock_();
+    std::string other, text = AddressText(prefix.bits) + "/" + std::to_string(prefix.length);
+    if (Overlaps(documents, ifname, prefix, now, other)) {
+        why = text + " for " + ifname + " overlaps the prefix of " + other;
+        return false;
+    }
+    Document& document = documents[ifname];
+    std::optional<Prefix> stored = ParsePrefix(document.prefix);
+    changed = !stored || stored->bits != prefix.bits || stored->length != prefix.length;
+    document.prefix = text;
+    document.lifetimes = lifetimes;
+    document.received = now;
+    if (!Write(ifname, document)) {
+        why = "the router document " + dir_ + "/" + ifname + " cannot be written";
+        return false;
+    }
+    if (!changed) Addresses(document, prefix, AddressOp::kRenew);
+    return true;
+}
+
+bool Store::Withdraw(const std::string& ifname, std::string& why) {
+    HeldLock lock(lockPath_);
+    Documents documents;
+    if (!lock.Take()) {
+        why = "the store lock " + lockPath_ + " cannot be taken";
+        return false;
+    }
+    if (!Existing(ifname, documents, why)) return false;
+    Document& document = documents[ifname];
+    std::optional<Prefix> prefix = ParsePrefix(document.prefix);
+    if (!prefix) return true;  // nothing delegated, nothing to withdraw
+    Moment now = clock_();
+    document.lifetimes = Lifetimes{0, std::min(Remaining(document, now).valid, kWithdrawnValid)};
+    document.received = now;
+    if (!Write(ifname, document)) {
+        why = "the router document " + dir_ + "/" + ifname + " cannot be written";
+        return false;
+    }
+    Addresses(document, *prefix, AddressOp::kRenew);
+    return true;
+}
+
 }  // namespace tarnlinux::router6
 
 namespace tarn::network::ipv6::router {
@@ -297,7 +557,9 @@ using tarnlinux::router6::SystemStore;
 Router6Attr::Router6Attr() = default;
 Router6Attr::~Router6Attr() = default;
 
+// The prefix application of an interface starts with its configuration.
 int Router6Attr::LoadConfig() {
+    SystemStore().BeginRun(ifname);
     std::optional<tarnlinux::router6::Document> document = SystemStore().Load(ifname);
     if (!document) return -1;
     type = document->type;
@@ -309,7 +571,8 @@ int Router6Attr::LoadConfig() {
 }
 
 Router6Prefix::Router6Prefix() = default;
-Router6Prefix::~Router6Prefix() = default;
+// ... and ends with its pool: owners left without a /64 lose their address.
+Router6Prefix::~Router6Prefix() { SystemStore().EndRun(); }
 
 bool Router6Prefix::Allocate(const std::string& prefix, const std::string& owner) {
     return SystemStore().Allocate(prefix, owner);

@@ -78,6 +78,9 @@ KEA=$! PIDS="$PIDS $!"
 # The LAN host behind lbr0, a guest bridge, and the device's router for wan0.
 ip link add lbr0 type bridge
 ip link add gbr0 type bridge
+# As on the device: the router alone numbers its bridges' /64s, and dnsmasq advertises a /64
+# only once its address has passed duplicate address detection.
+sysctl -qw net.ipv6.conf.lbr0.accept_dad=0 net.ipv6.conf.gbr0.accept_dad=0
 ip link add lan0 type veth peer name eth0 netns "$LAN"
 ip link set lan0 master lbr0 up
 ip link set lbr0 up

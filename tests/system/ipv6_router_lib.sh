@@ -18,13 +18,18 @@ vpn_server() {
     chmod 755 $VPN_SCRIPT
 }
 
-# write_document IFNAME TEXT: as a prefix delegation client does, replaced whole under the store
-# lock. set_prefix IFNAME PREFIX: a new delegation, read, changed and written under the lock.
+# write_document IFNAME TEXT: as the administrator does, replaced whole under the store lock.
 under_lock() { mkdir -p $STORE /run/tarn; (flock 9; "$@") 9>>/run/tarn/ipv6-router.lock; }
 store_doc() { printf '%s\n' "$2" >"$STORE/.$1.new" && mv "$STORE/.$1.new" "$STORE/$1"; }
-reprefix() { store_doc "$1" "$(sed "s|\"prefix\" *: *\"[^\"]*\"|\"prefix\" : \"$2\"|" "$STORE/$1")"; }
 write_document() { under_lock store_doc "$@"; }
-set_prefix() { under_lock reprefix "$@"; }
+# set_prefix IFNAME PREFIX [PLTIME VLTIME]: a delegation through the program a DHCPv6 hook runs,
+# built beside the tool and opened before lib.sh hides /tmp.
+exec 7<"$(dirname "$1")/tarnprefix"
+PREFIX_PROGRAM=/tmp/tarnprefix
+set_prefix() {
+    [ -x $PREFIX_PROGRAM ] || { cp /proc/self/fd/7 $PREFIX_PROGRAM && chmod 755 $PREFIX_PROGRAM; }
+    $PREFIX_PROGRAM set "$1" "$2" "${3:-4294967295}" "${4:-4294967295}"
+}
 
 # holdings IFNAME: "owner holds" of each consumer, in stored order, on one line.
 holdings() {
@@ -33,3 +38,16 @@ holdings() {
 }
 # global6 IFNAME: the interface's global IPv6 addresses, sorted.
 global6() { ip -6 -o addr show dev "$1" scope global | awk '{ print $4 }' | sort | tr '\n' ' '; }
+
+# system_log: the system log in /tmp/syslog, through a private /dev whose programs need only
+# these two.
+system_log() {
+    command -v busybox >/dev/null || skip "no busybox for a system log"
+    mount -t tmpfs tarn-dev /dev
+    mknod -m 666 /dev/null c 1 3
+    mknod -m 444 /dev/urandom c 1 9
+    busybox syslogd -n -O /tmp/syslog &
+    trap "kill $! 2>/dev/null || true" EXIT
+    for _ in $(seq 50); do [ -S /dev/log ] && return; sleep 0.1; done
+    fail "no log socket"
+}

@@ -10,15 +10,7 @@ write_document wan0 '{"type": "6in4", "prefix": "2001:db8:1200::/56", "remote": 
   "tunnel_address": "2001:db8:ff::2/64", "consumers": [{"owner": "lbr0"}]}'
 
 if ! ip link add tarnprobe type sit 2>/dev/null; then
-    # The system log goes to /tmp/syslog through a private /dev, whose programs need only these two.
-    command -v busybox >/dev/null || skip "no busybox for a system log"
-    mount -t tmpfs tarn-dev /dev
-    mknod -m 666 /dev/null c 1 3
-    mknod -m 444 /dev/urandom c 1 9
-    busybox syslogd -n -O /tmp/syslog &
-    trap "kill $! 2>/dev/null || true" EXIT
-    wait_log() { for _ in $(seq 50); do [ -S /dev/log ] && return; sleep 0.1; done; fail "no log socket"; }
-    wait_log
+    system_log
     cp $STORE/wan0 /tmp/wan0.before
     refused "$TOOL" --init-ipv6-router wan0 6in4 && refused "$TOOL" --init-ipv6-router wan0 6to4
     sleep 0.2
@@ -42,4 +34,7 @@ expect_eq "$(global6 lbr0)" "2001:db8:1200::1/64 " "lbr0 address from the 6in4 p
 check 6to4 2002:c000:201::1/16
 holds "$(cat $STORE/wan0)" '"prefix" : "2002:c000:201::/48"' "6to4 prefix stored"
 expect_eq "$(global6 lbr0)" "2002:c000:201::1/64 " "lbr0 address from the 6to4 prefix"
+# A native router takes the tunnel of an earlier one away, and its default route with it.
+ok "$TOOL" --init-ipv6-router wan0 native
+expect_eq "$(ip -o link show type sit | grep -c 6in4-wan0)|$(ip -6 route show default | grep -c 6in4-wan0)" "0|0" "native after 6to4"
 echo ok

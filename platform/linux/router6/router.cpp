@@ -50,10 +50,9 @@ bool Change(Session& session, nl_msg* msg, int built, const std::string& what, i
 // Adds or removes an IPv6 address; one already there (or already gone) counts as done. With
 // `lifetimes` an address is made with them, and with `replace` one already there takes them
 // (RTM_NEWADDR with NLM_F_REPLACE changes only its lifetimes).
-bool ChangeAddress(int ifindex, unsigned __int128 bits, int length, bool add, const Lifetimes* lifetimes = nullptr,
-                   bool replace = false) {
+bool ChangeAddress(Session& session, int ifindex, unsigned __int128 bits, int length, bool add,
+                   const Lifetimes* lifetimes = nullptr, bool replace = false) {
     in6_addr local = ToIn6(bits);
-    Session session;
     nl::Address address(rtnl_addr_alloc());
     nl::Addr bytes = BuildAddress(AF_INET6, &local, sizeof local, length);
     if (!session.Ok() || !address || !bytes) return false;
@@ -260,7 +259,8 @@ private:
     bool CreateTunnel(const Plan& plan) const {
         if (!MakeTunnel(plan.tunnel)) return false;
         int tunnel = static_cast<int>(if_nametoindex(plan.tunnel.name.c_str()));
-        return tunnel != 0 && ChangeAddress(tunnel, plan.tunnelAddress, plan.tunnelLength, true) &&
+        Session session;
+        return tunnel != 0 && ChangeAddress(session, tunnel, plan.tunnelAddress, plan.tunnelLength, true) &&
                AddDefaultRoute(plan.tunnel.name, type == k6to4 ? kSixToFourRelay : nullptr) &&
                SetSysctl(IPv6ConfPath("all", "forwarding"), "1");
     }
@@ -274,8 +274,10 @@ bool OwnerAddress(const std::string& owner, const std::string& prefix, AddressOp
     std::optional<unsigned __int128> subnet = Parse64(prefix);
     int ifindex = owner == kVpnOwner || !ValidIfname(owner) ? 0 : static_cast<int>(if_nametoindex(owner.c_str()));
     if (ifindex == 0) return true;
-    return subnet &&
-           ChangeAddress(ifindex, *subnet | 1, kSubnetLength, op != AddressOp::kRemove, &lifetimes, op == AddressOp::kRenew);
+    // One socket for all the consumers of a prefix application.
+    static Session session;
+    return subnet && ChangeAddress(session, ifindex, *subnet | 1, kSubnetLength, op != AddressOp::kRemove, &lifetimes,
+                                   op == AddressOp::kRenew);
 }
 
 }  // namespace

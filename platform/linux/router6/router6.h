@@ -5,6 +5,7 @@
 #define TARN_PLATFORM_LINUX_ROUTER6_H
 
 #include "hostkit/ifname.h"
+#include "hostkit/lock.h"
 
 #include <netinet/in.h>
 #include <sys/stat.h>
@@ -12,6 +13,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -153,7 +155,8 @@ public:
 private:
     bool LoadAll(Documents& documents, const std::string& needed) const;
     bool Write(const std::string& ifname, const Document& document) const;
-    bool ReadDocumentFileOrCached(const std::string& ifname, int fd, const struct stat& info, std::string& text) const;
+    bool List() const;
+    bool LockForRun();
     bool Release(Documents& documents, const std::string& prefix, const std::string& owner);
     void RemoveStaleTemporaries() const;
     bool Existing(const std::string& ifname, Documents& documents, std::string& why) const;
@@ -162,19 +165,26 @@ private:
     // The documents last read or written by this process, with the file version they came from.
     struct Cached {
         struct stat version;
-        Document document;
+        std::optional<Document> document;  // none: the file is not a router document
     };
 
     std::string dir_;
     std::string lockPath_;
     AddressHook hook_;
     std::function<Moment()> clock_;
+    struct Listing {
+        struct stat version {};
+        std::vector<std::string> names;
+    };
+
     mutable std::map<std::string, Cached> cache_;
+    mutable Listing listing_;
     mutable bool swept_ = false;
     // The run under way: its interface, each owner's released /64, and whether the pool was used.
     std::string run_;
     std::map<std::string, std::string> released_;
     bool used_ = false;
+    std::unique_ptr<HeldLock> runLock_;
 };
 
 // A withdrawn delegation's addresses stay valid at most this long (RFC 7084, L-13).

@@ -16,6 +16,7 @@
 #include <time.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -143,6 +144,16 @@ bool Earlier(const Document& a, const std::string& aName, const Document& b, con
 
 bool OverlapsPrefix(const Prefix& a, const Prefix& b) { return a.length <= b.length ? Contains(a, b.bits) : Contains(b, a.bits); }
 
+// An interface's name that no backup or temporary file has (wan0.bak, wan0~, .wan0.Ab12Cd): not
+// hidden, no trailing "~", and after a dot only digits, as in VLAN names such as eth0.100.
+bool DocumentName(const std::string& name) {
+    size_t dot = name.rfind('.');
+    bool vlan = dot == std::string::npos ||
+                (dot + 1 < name.size() &&
+                 std::all_of(name.begin() + dot + 1, name.end(), [](unsigned char c) { return std::isdigit(c); }));
+    return ValidIfname(name) && name[0] != '.' && name.back() != '~' && vlan;
+}
+
 // A rewrite is a new file, so the same file, size and time mean the same text.
 bool SameVersion(const struct stat& a, const struct stat& b) {
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size && a.st_mtim.tv_sec == b.st_mtim.tv_sec &&
@@ -157,13 +168,15 @@ uint32_t Left(uint32_t lifetime, int64_t age) {
 }  // namespace
 
 Moment Now() {
-    Moment now;
+    static const std::string boot = [] {
+        std::string text;
+        if (ReadRegular(kBootIdPath, text, kMaxDocumentSize) != ReadResult::kRead) text.clear();
+        while (!text.empty() && text.back() == '\n') text.pop_back();
+        return text;
+    }();
     timespec boottime{};
     clock_gettime(CLOCK_BOOTTIME, &boottime);
-    now.seconds = boottime.tv_sec;
-    if (ReadRegular(kBootIdPath, now.boot, kMaxDocumentSize) != ReadResult::kRead) now.boot.clear();
-    while (!now.boot.empty() && now.boot.back() == '\n') now.boot.pop_back();
-    return now;
+    return Moment{boot, boottime.tv_sec};
 }
 
 Lifetimes Remaining(const Document& document, const Moment& now) {
@@ -238,7 +251,7 @@ bool AllocateIn(Documents& documents, const Context& context, const std::string&
     if (!ValidOwner(documents, owner, error)) return false;
     for (const auto& [name, document] : documents)
         for (const Consumer& consumer : document.consumers)
-            if (consumer.owner != owner && SameSubnet(consumer.holds, prefix)) {
+            if (consumer.owner != owner && !consumer.holds.empty() && Parse64(consumer.holds) == subnet) {
                 error = "held by " + consumer.owner + " of " + name;
                 return false;
             }
@@ -292,53 +305,65 @@ bool DeallocateIn(Documents& documents, const std::string& run, const std::strin
 Store::Store(std::string dir, std::string lockPath, AddressHook hook, std::function<Moment()> clock)
     : dir_(std::move(dir)), lockPath_(std::move(lockPath)), hook_(std::move(hook)), clock_(std::move(clock)) {}
 
+// Each prefix application reads every document twice per consumer: a document is read again
+// only when lstat sees another version of its file (a rewrite is a new file).
 std::optional<Document> Store::Load(const std::string& ifname) const {
     if (!ValidIfname(ifname)) {
         Logf(LOG_ERR, kLog, "no configuration for the interface name [%s]", ifname.c_str());
         return std::nullopt;
     }
-    Fd fd;
-    struct stat info;
     std::string path = dir_ + "/" + ifname, text;
-    if (!OpenRegular(path, fd, info, kMaxDocumentSize) || !ReadDocumentFileOrCached(ifname, fd.Get(), info, text)) {
+    struct stat info;
+    auto cached = cache_.find(ifname);
+    if (cached != cache_.end() && lstat(path.c_str(), &info) == 0 && SameVersion(cached->second.version, info))
+        return cached->second.document;
+    Fd fd;
+    if (!OpenRegular(path, fd, info, kMaxDocumentSize) || !ReadAll(fd.Get(), text, kMaxDocumentSize)) {
         Logf(errno == ENOENT ? LOG_INFO : LOG_ERR, kLog, "%s not readable: %s", path.c_str(), strerror(errno));
         return std::nullopt;
     }
-    if (text.empty()) return cache_[ifname].document;
+    // A document that does not parse is logged once per version, not at every call of a run.
     std::optional<Document> document = ParseDocument(text);
-    if (!document) {
-        Logf(LOG_ERR, kLog, "%s is not a router document", path.c_str());
-        return std::nullopt;
-    }
-    cache_[ifname] = Cached{info, *document};
+    if (!document) Logf(LOG_ERR, kLog, "%s is not a router document", path.c_str());
+    cache_[ifname] = Cached{info, document};
     return document;
 }
 
-// Leaves `text` empty when the cached document is this version of the file: each prefix
-// application reads every document twice per consumer, and parsing them is most of its work.
-bool Store::ReadDocumentFileOrCached(const std::string& ifname, int fd, const struct stat& info, std::string& text) const {
-    auto cached = cache_.find(ifname);
-    if (cached != cache_.end() && SameVersion(cached->second.version, info)) return true;
-    errno = EINVAL;
-    return ReadAll(fd, text, kMaxDocumentSize) && !text.empty();
-}
-
-// Every document whose name is an interface's; one that cannot be read fails only when it is
+// Every document named as an interface; one that cannot be read fails only when it is
 // `needed` ("" for none), the others are left out (and logged by Load).
 bool Store::LoadAll(Documents& documents, const std::string& needed) const {
     RemoveStaleTemporaries();
-    std::error_code error;
-    if (!fs::exists(dir_, error)) return needed.empty();
-    for (const fs::directory_entry& entry : fs::directory_iterator(dir_, error)) {
-        std::string name = entry.path().filename();
-        // Backups and temporary files (wan0.bak, wan0~, .wan0.Ab12Cd) are not interface names.
-        if (!ValidIfname(name) || entry.symlink_status(error).type() != fs::file_type::regular) continue;
+    struct stat info;
+    if (stat(dir_.c_str(), &info) != 0 && errno == ENOENT) return needed.empty();
+    if (!SameVersion(listing_.version, info) && !List()) return false;
+    for (const std::string& name : listing_.names) {
         std::optional<Document> document = Load(name);
         if (!document && name == needed) return false;
         if (document) documents.emplace(name, std::move(*document));
     }
-    if (error) Logf(LOG_ERR, kLog, "%s not readable: %s", dir_.c_str(), error.message().c_str());
-    return !error && (needed.empty() || documents.count(needed) != 0);
+    return needed.empty() || documents.count(needed) != 0;
+}
+
+// The names of the documents, kept with the directory's version they were listed from.
+bool Store::List() const {
+    std::error_code error;
+    listing_ = Listing{};
+    struct stat version;
+    if (stat(dir_.c_str(), &version) != 0) {
+        Logf(LOG_ERR, kLog, "%s not readable: %s", dir_.c_str(), strerror(errno));
+        return false;
+    }
+    for (const fs::directory_entry& entry : fs::directory_iterator(dir_, error)) {
+        std::string name = entry.path().filename();
+        if (DocumentName(name) && entry.symlink_status(error).type() == fs::file_type::regular) listing_.names.push_back(name);
+    }
+    if (error) {
+        Logf(LOG_ERR, kLog, "%s not readable: %s", dir_.c_str(), error.message().c_str());
+        listing_ = Listing{};
+        return false;
+    }
+    listing_.version = version;
+    return true;
 }
 
 // Once per process, under the store lock, so that no rewrite of ours is under way.
@@ -355,7 +380,7 @@ bool Store::Write(const std::string& ifname, const Document& document) const {
         return false;
     }
     struct stat info;
-    if (stat(path.c_str(), &info) == 0) cache_[ifname] = Cached{info, document};
+    if (lstat(path.c_str(), &info) == 0) cache_[ifname] = Cached{info, document};
     return true;
 }
 
@@ -363,6 +388,18 @@ void Store::BeginRun(const std::string& ifname) {
     run_ = ifname;
     released_.clear();
     used_ = false;
+    runLock_.reset();
+}
+
+// A run keeps the store lock from its first pool call to its end, under the router lock that
+// its caller holds: one lock instead of one per call.
+bool Store::LockForRun() {
+    used_ = true;
+    if (runLock_) return true;
+    auto lock = std::make_unique<HeldLock>(lockPath_);
+    if (!lock->Take()) return false;
+    if (!run_.empty()) runLock_ = std::move(lock);
+    return true;
 }
 
 // The owner gets none: its address goes first, then the record, so that a kill in between
@@ -383,28 +420,24 @@ bool Store::Release(Documents& documents, const std::string& prefix, const std::
     return Write(ifname, documents[ifname]);
 }
 
+// Owners that released their /64 and got nothing, and those past the end of a smaller prefix.
 void Store::EndRun() {
-    if (!used_) return;
-    used_ = false;
-    HeldLock lock(lockPath_);
     Documents documents;
-    if (!lock.Take() || !LoadAll(documents, run_)) return;
-    // Owners that released their /64 and got nothing, and those past the end of a smaller prefix.
-    std::optional<Prefix> prefix = ParsePrefix(documents[run_].prefix);
-    for (const Consumer& consumer : Document(documents[run_]).consumers) {
-        std::optional<unsigned __int128> subnet = Parse64(consumer.holds);
-        bool outside = subnet && (!prefix || !Contains(*prefix, *subnet));
-        if (outside || released_.count(consumer.owner) != 0) Release(documents, consumer.holds, consumer.owner);
+    if (used_ && LockForRun() && LoadAll(documents, run_)) {
+        std::optional<Prefix> prefix = ParsePrefix(documents[run_].prefix);
+        for (const Consumer& consumer : Document(documents[run_]).consumers) {
+            std::optional<unsigned __int128> subnet = Parse64(consumer.holds);
+            bool outside = subnet && (!prefix || !Contains(*prefix, *subnet));
+            if (outside || released_.count(consumer.owner) != 0) Release(documents, consumer.holds, consumer.owner);
+        }
     }
-    released_.clear();
+    BeginRun("");
 }
 
 bool Store::Deallocate(const std::string& prefix, const std::string& owner) {
-    used_ = true;
-    HeldLock lock(lockPath_);
     Documents documents;
     std::string ifname, error;
-    if (!lock.Take() || !LoadAll(documents, run_)) return false;
+    if (!LockForRun() || !LoadAll(documents, run_)) return false;
     if (owner != kVpnOwner && !ValidIfname(owner)) error = "not an interface name";
     if (!error.empty() || !DeallocateIn(documents, run_, prefix, owner, ifname, error)) {
         Logf(LOG_INFO, kLog, "cannot deallocate [%s] for %s: %s", prefix.c_str(), owner.c_str(), error.c_str());
@@ -416,10 +449,8 @@ bool Store::Deallocate(const std::string& prefix, const std::string& owner) {
 }
 
 bool Store::Allocate(const std::string& prefix, const std::string& owner) {
-    used_ = true;
-    HeldLock lock(lockPath_);
     Documents documents;
-    if (!lock.Take() || !LoadAll(documents, run_)) return false;
+    if (!LockForRun() || !LoadAll(documents, run_)) return false;
     Context context{run_, "", clock_()};
     auto released = released_.find(owner);
     if (released != released_.end()) context.released = released->second;

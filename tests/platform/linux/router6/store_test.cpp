@@ -56,23 +56,26 @@ std::string Text(const Documents& documents) {
 // Each row: allocate (or release), prefix, owner, whether it is done, the interface whose
 // document changes ("" for none).
 TEST(Rules, Pool) {
-    using Row = std::tuple<bool, const char*, const char*, bool, const char*>;
+    using Row = std::tuple<bool, const char*, std::string, bool, const char*>;
     const Row rows[] = {
-        {true, "2001:db8:1200:1::", "gbr0", true, "wan0"},     // a free subnet
-        {true, "2001:db8:1200::", "gbr0", false, ""},          // held by another
-        {true, "2001:db8:3400:1::", "gbr0", false, ""},        // held by another on the other interface
-        {true, "2001:db8:1200::", "lbr0", true, ""},           // already held by the owner
-        {true, "2001:db8:1200:5::", "lbr0", false, ""},        // the owner still holds one
-        {true, "2001:db8:9900::", "gbr0", false, ""},          // in no prefix
-        {true, "2001:db8:1200:2::1", "gbr0", false, ""},       // not a subnet
-        {true, "2001:db8:1200:2::", "", false, ""},            // no owner
-        {true, "2001:db8:3400:2::", "gbr1", true, "wan1"},     // a new owner is appended
-        {false, "2001:db8:1200::", "lbr0", true, "wan0"},      // released
-        {false, "2001:db8:1200:0:0::", "lbr0", true, "wan0"},  // released, spelled otherwise
-        {false, "2001:db8:1200::", "gbr0", false, ""},         // not held
-        {false, "", "gbr0", true, ""},                         // nothing, holding nothing
-        {false, "", "lbr0", false, ""},                        // nothing, while holding
-        {false, "", "nobody", true, ""},                       // nothing, unlisted
+        {true, "2001:db8:1200:1::", "gbr0", true, "wan0"},       // a free subnet
+        {true, "2001:db8:1200::", "gbr0", false, ""},            // held by another
+        {true, "2001:db8:3400:1::", "gbr0", false, ""},          // held by another on the other interface
+        {true, "2001:db8:1200::", "lbr0", true, ""},             // already held by the owner
+        {true, "2001:db8:1200:5::", "lbr0", false, ""},          // the owner still holds one
+        {true, "2001:db8:9900::", "gbr0", false, ""},            // in no prefix
+        {true, "2001:db8:1200:2::1", "gbr0", false, ""},         // not a subnet
+        {true, "2001:db8:1200:2::", "", false, ""},              // no owner
+        {true, "2001:db8:3400:2::", "gbr1", true, "wan1"},       // a new owner is appended
+        {true, "2001:db8:1200:1::", "lo", false, ""},            // the loopback is no consumer
+        {true, "2001:db8:1200:1::", "wan1", false, ""},          // nor is an upstream
+        {true, "2001:db8:1200:1::", {"gbr0\0x", 6}, false, ""},  // nor a name the kernel cuts short
+        {false, "2001:db8:1200::", "lbr0", true, "wan0"},        // released
+        {false, "2001:db8:1200:0:0::", "lbr0", true, "wan0"},    // released, spelled otherwise
+        {false, "2001:db8:1200::", "gbr0", false, ""},           // not held
+        {false, "", "gbr0", true, ""},                           // nothing, holding nothing
+        {false, "", "lbr0", false, ""},                          // nothing, while holding
+        {false, "", "nobody", true, ""},                         // nothing, unlisted
     };
     for (const auto& [allocate, prefix, owner, done, changed] : rows) {
         Documents documents = Pool(), expected = Pool();
@@ -85,11 +88,55 @@ TEST(Rules, Pool) {
         if (done && *changed != '\0') {
             EXPECT_EQ(allocate ? allocation.ifname : ifname, changed) << prefix << " " << owner;
             std::vector<Consumer>& consumers = expected[changed].consumers;
-            auto held = std::find_if(consumers.begin(), consumers.end(), [&](const Consumer& c) { return c.owner == owner; });
+            auto held = std::find_if(consumers.begin(), consumers.end(),
+                                     [&, &owner = owner](const Consumer& c) { return c.owner == owner; });
             if (held == consumers.end()) held = consumers.insert(held, {owner, ""});
             held->holds = allocate ? prefix : "";
         }
         EXPECT_EQ(Text(documents), Text(expected)) << prefix << " " << owner;
+    }
+}
+
+// Overlapping delegations: wan0's stored first, wan1's inside it later. Each row: the run's
+// interface, its boot, the /64, whether it is allocated and in which document.
+TEST(Rules, RunAndOverlap) {
+    using Row = std::tuple<const char*, const char*, const char*, bool, const char*>;
+    const Row rows[] = {
+        {"wan0", "b", "2001:db8:1200:1::", true, "wan0"},  // the run's document, not the longest prefix's
+        {"wan1", "b", "2001:db8:1200:2::", false, ""},     // the later delegation is refused
+        {"wan1", "c", "2001:db8:1200:2::", true, "wan1"},  // unless the earlier one ran out
+    };
+    for (const auto& [run, boot, prefix, done, home] : rows) {
+        Documents documents = {
+            {"wan0", {"native", "2001:db8:1200::/56", "", "", {}, Lifetimes{60, 60}, Moment{"b", 10}}},
+            {"wan1", {"native", "2001:db8:1200::/60", "", "", {}, Lifetimes{60, 60}, Moment{"c", 20}}},
+        };
+        Allocation allocation;
+        std::string error;
+        EXPECT_EQ(AllocateIn(documents, Context{run, "", Moment{boot, 30}}, prefix, "gbr0", allocation, error), done)
+            << run << " " << prefix << ": " << error;
+        EXPECT_EQ(documents[home].consumers.size(), done ? 1u : 0u) << run << " " << prefix;
+    }
+}
+
+// Each row: the stored lifetimes (none: permanent), when they came, now, and what is left.
+TEST(Lifetimes, Remaining) {
+    using Row = std::tuple<std::optional<Lifetimes>, Moment, Moment, uint32_t, uint32_t>;
+    const Row rows[] = {
+        {std::nullopt, {"b", 10}, {"b", 5000}, kForever, kForever},
+        {Lifetimes{3600, 7200}, {"b", 10}, {"b", 110}, 3500, 7100},
+        {Lifetimes{3600, 7200}, {"b", 10}, {"b", 5010}, 0, 2200},
+        {Lifetimes{kForever, kForever}, {"b", 10}, {"b", 5010}, kForever, kForever},
+        {Lifetimes{3600, 7200}, {"b", 10}, {"c", 20}, 0, 0},  // stored in another boot
+        {Lifetimes{3600, 7200}, {"b", 10}, {"b", 5}, 3600, 7200},
+    };
+    for (const auto& [lifetimes, received, now, preferred, valid] : rows) {
+        Document document;
+        document.lifetimes = lifetimes;
+        document.received = received;
+        Lifetimes left = Remaining(document, now);
+        EXPECT_EQ(left.preferred, preferred) << received.seconds << " " << now.seconds;
+        EXPECT_EQ(left.valid, valid) << received.seconds << " " << now.seconds;
     }
 }
 
@@ -111,7 +158,9 @@ protected:
     Store MakeStore() {
         return Store(dir(), root_ / "run" / "store.lock",
                      [this](const std::string& owner, const std::string& prefix, AddressOp op, const Lifetimes&) {
-                         calls_.push_back((op == AddressOp::kRemove ? "-" : "+") + owner + " " + prefix);
+                         std::optional<Document> stored = ParseDocument(Slurp(dir() / "wan0"));
+                         calls_.push_back((op == AddressOp::kRemove ? "-" : "+") + owner + " " + prefix +
+                                          (stored ? " recorded " + stored->consumers[0].holds : ""));
                          return hookResult_;
                      });
     }
@@ -145,7 +194,20 @@ TEST_F(StoreTest, RewritesWholeDocumentsOnly) {
     EXPECT_FALSE(store.Load("wan1"));
     EXPECT_FALSE(store.Update("wan1", [](Document&) { return true; }));
     EXPECT_EQ(Slurp(dir() / "wan1"), "{ torn");
-    EXPECT_EQ(calls_, (std::vector<std::string>{"+lbr0 2001:db8:1200::"}));
+    EXPECT_EQ(calls_, (std::vector<std::string>{"+lbr0 2001:db8:1200:: recorded 2001:db8:1200::"}));
+}
+
+// A new /64: the old address goes while the record still names it, the new one comes once the
+// record names it, so that a kill in between leaves no address the record does not name.
+TEST_F(StoreTest, AddressesFollowTheRecord) {
+    Put("wan0",
+        R"({"type": "native", "prefix": "2001:db8:3400::/56", "consumers": [{"owner": "lbr0", "holds": "2001:db8:1200::"}]})");
+    Store store = MakeStore();
+    store.BeginRun("wan0");
+    ASSERT_TRUE(store.Deallocate("2001:db8:1200::", "lbr0"));
+    ASSERT_TRUE(store.Allocate("2001:db8:3400::", "lbr0"));
+    EXPECT_EQ(calls_, (std::vector<std::string>{"-lbr0 2001:db8:1200:: recorded 2001:db8:1200::",
+                                                "+lbr0 2001:db8:3400:: recorded 2001:db8:3400::"}));
 }
 
 }  // namespace

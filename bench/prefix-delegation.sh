@@ -55,7 +55,7 @@ kea_pool() {
   "lease-database": { "type": "memfile", "persist": false }, "server-id": { "type": "LL", "persist": false },
   "renew-timer": 300, "rebind-timer": 480, "preferred-lifetime": 600, "valid-lifetime": 900,
   "subnet6": [ { "id": 1, "subnet": "2001:db8:0:1::/64", "interface": "up0",
-    "pd-pools": [ { "prefix": "$1", "prefix-len": 48, "delegated-len": 56 } ] } ] } }
+    "pd-pools": [ { "prefix": "$1", "prefix-len": 56, "delegated-len": 56 } ] } ] } }
 EOF
 }
 

@@ -251,7 +251,7 @@ consumers() {
     ) 9>>/run/tarn/ipv6-router.lock
 }
 
-# kea_pool POOL: the upstream's DHCPv6 server delegates /56s of the /48 POOL to the device.
+# kea_pool PREFIX: the upstream's DHCPv6 server delegates the /56 PREFIX, its whole pool, to the device.
 kea_pool() {
     cat >"$DEV/kea.conf" <<EOF
 { "Dhcp6": { "interfaces-config": { "interfaces": [ "up1" ],
@@ -259,7 +259,7 @@ kea_pool() {
   "lease-database": { "type": "memfile", "persist": false }, "server-id": { "type": "LL", "persist": false },
   "renew-timer": 30, "rebind-timer": 48, "preferred-lifetime": 60, "valid-lifetime": 90,
   "subnet6": [ { "id": 1, "subnet": "2001:db8:1::/64", "interface": "up1",
-    "pd-pools": [ { "prefix": "$1", "prefix-len": 48, "delegated-len": 56 } ] } ] } }
+    "pd-pools": [ { "prefix": "$1", "prefix-len": 56, "delegated-len": 56 } ] } ] } }
 EOF
 }
 
@@ -307,6 +307,7 @@ start_ipv6_router() {
 # until_true SECONDS COMMAND...: waits for COMMAND; $TOOK is the time it took, as "1.23 s".
 until_true() {
     local start end
+    TOOK=
     start=$(date +%s%N)
     end=$((start + $1 * 1000000000))
     shift

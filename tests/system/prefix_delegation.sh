@@ -1,10 +1,10 @@
 #!/bin/sh
-# prefix_delegation.sh TOOL PROBE TARNPREFIX HOOK RA_CONF: a DHCPv6 server upstream delegates a
+# prefix_delegation.sh TOOL PROBE HOOK RA_CONF: a DHCPv6 server upstream delegates a
 # /56 to dhcpcd on wan0, whose hook feeds the router; dnsmasq advertises lbr0's /64 to a LAN host;
 # a real OpenVPN server follows. Then a renewal, a re-delegation and a release.
 set -eu
-# Opened before lib.sh's private /tmp hides them; copied below.
-exec 5<"$3" 6<"$4" 7<"$5"
+# Opened before lib.sh's private /tmp hides them (tarnprefix by the router's helpers, on 7).
+exec 5<"$3" 6<"$4"
 . "$(dirname "$0")/ipv6_router_lib.sh"
 . "$(dirname "$0")/lib.sh"
 for prog in kea-dhcp6 dhcpcd dnsmasq openvpn openssl start-stop-daemon; do
@@ -12,10 +12,10 @@ for prog in kea-dhcp6 dhcpcd dnsmasq openvpn openssl start-stop-daemon; do
 done
 T=/tmp/pd
 mkdir -p $T/hooks $T/kea
-cp /proc/self/fd/5 /tmp/bin/tarnprefix && chmod 755 /tmp/bin/tarnprefix
-cp /proc/self/fd/6 $T/hooks/70-tarnprefix
-cp /proc/self/fd/7 $T/ra.conf
-exec 5<&- 6<&- 7<&-
+cp /proc/self/fd/7 /tmp/bin/tarnprefix && chmod 755 /tmp/bin/tarnprefix
+cp /proc/self/fd/5 $T/hooks/70-tarnprefix
+cp /proc/self/fd/6 $T/ra.conf
+exec 5<&- 6<&-
 # A hook after ours records each call, so that a step can wait for the client.
 echo 'echo "$reason" >>/tmp/pd/reasons' >$T/hooks/99-record
 : >$T/reasons
@@ -68,7 +68,7 @@ kea_conf() {
   "server-id": { "type": "LL", "persist": false },
   "renew-timer": 10, "rebind-timer": 16, "preferred-lifetime": 20, "valid-lifetime": 30,
   "subnet6": [ { "id": 1, "subnet": "2001:db8:0:1::/64", "interface": "up0",
-    "pd-pools": [ { "prefix": "$1", "prefix-len": 48, "delegated-len": 56 } ] } ] } }
+    "pd-pools": [ { "prefix": "$1", "prefix-len": 56, "delegated-len": 56 } ] } ] } }
 EOF
 }
 kea_conf 2001:db8:1200::

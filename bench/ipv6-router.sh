@@ -61,10 +61,12 @@ measure() {
     csv="$work/times-$1.csv"
     hyperfine --shell=none --warmup 10 --runs 100 --export-csv "$csv" \
         "$ROOT/build/tarnnetdtool --apply-new-prefix wan0" "ip -j route show" >&2
-    # Columns: command,mean,stddev,median,...; the tool is the first row after the header.
-    awk -F, -v vpn="$1" 'NR == 2 { tool = $4 } NR == 3 { ip = $4 }
+    # Columns: command,mean,stddev,median,user,system,...; the tool is the first row after the
+    # header. CPU time (mean user + system) moves less than wall time on a shared machine.
+    awk -F, -v vpn="$1" 'NR == 2 { tool = $4; toolCpu = $5 + $6 } NR == 3 { ip = $4; ipCpu = $5 + $6 }
         END { printf "median --apply-new-prefix of an unchanged prefix (16 consumers, /48, VPN IPv6 %s) %.3f ms, " \
-              "ip -j route show %.3f ms, ratio %.2f (target at most 3)\n", vpn, tool * 1000, ip * 1000, tool / ip }' "$csv"
+              "ip -j route show %.3f ms, ratio %.2f (target at most 3); CPU %.3f ms against %.3f ms, ratio %.2f\n",
+              vpn, tool * 1000, ip * 1000, tool / ip, toolCpu * 1000, ipCpu * 1000, toolCpu / ipCpu }' "$csv"
 }
 measure no
 measure yes

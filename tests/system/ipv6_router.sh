@@ -9,6 +9,11 @@ echo 0 >/proc/sys/net/ipv6/conf/default/accept_dad  # no address event of its ow
 veth wan0 lbr0 gbr0
 vpn_server yes
 
+# A delegation from the first second of boot, before /run/tarn and /tmp/lock exist.
+mkdir -p $STORE && echo '{"type": "native"}' >$STORE/wan0
+expect_eq "$(set_prefix wan0 2001:db8:1200::/56)|$(stat -c %a /run/tarn /tmp/lock | tr '\n' ' ')" "changed|755 755 " "first delegation"
+rm $STORE/wan0
+
 # Rejected words and names make no router and leave no document.
 for args in "wan0 bogus" "wan0 NATIVE" "nosuch0 native" "../x native"; do
     # shellcheck disable=SC2086

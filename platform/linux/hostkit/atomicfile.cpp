@@ -33,12 +33,12 @@ bool Abandon(const std::string& temp) {
     return false;
 }
 
-// The target's name when `name` is one that TempPattern makes, hidden or not; "" otherwise.
+// The target's name when `name` is a hidden one that TempPattern makes; "" otherwise.
 std::string TempTarget(const std::string& name) {
     size_t dot = name.size() - kTempSuffix - 1;
-    if (name.size() < kTempSuffix + 2 || name[dot] != '.') return "";
+    if (name.size() < kTempSuffix + 3 || name[0] != '.' || name[dot] != '.') return "";
     if (!std::all_of(name.begin() + dot + 1, name.end(), [](unsigned char c) { return std::isalnum(c); })) return "";
-    return name.substr(name[0] == '.' ? 1 : 0, name[0] == '.' ? dot - 1 : dot);
+    return name.substr(1, dot - 1);
 }
 
 }  // namespace

@@ -55,8 +55,8 @@ bool ReplaceFile(const std::string& path, const std::string& text, const NewFile
 // directory) is refused, never replaced.
 bool UpdateFile(const std::string& path, const std::string& text);
 
-// Removes from `dir` the temporary files of ReplaceFile that a kill left behind: regular files
-// named as ReplaceFile names them for a target that `target` accepts, last changed more than
+// Removes from `dir` the hidden temporary files of ReplaceFile that a kill left behind: regular
+// files named ".<target>.XXXXXX" for a target that `target` accepts, last changed more than
 // `age` ago. Anything else there is left alone.
 void RemoveStaleTemporaries(const std::string& dir, const std::function<bool(const std::string&)>& target,
                             std::chrono::seconds age);

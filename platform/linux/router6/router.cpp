@@ -185,7 +185,11 @@ public:
         bool made = type == kNative ? CreateNative() : CreateTunnel(plan);
         return made && SystemStore().Update(ifname_, [&](Document& document) {
             document.type = type;
-            if (!plan.prefix.empty()) document.prefix = plan.prefix;
+            // A 6to4 prefix follows the IPv4 address and never runs out, whatever was delegated before.
+            if (!plan.prefix.empty()) {
+                document.prefix = plan.prefix;
+                document.lifetimes.reset();
+            }
             return true;
         });
     }

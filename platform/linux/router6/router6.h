@@ -155,7 +155,7 @@ public:
 private:
     bool LoadAll(Documents& documents, const std::string& needed) const;
     bool Write(const std::string& ifname, const Document& document) const;
-    bool List() const;
+    bool List(const struct stat& version) const;
     bool LockForRun();
     bool Release(Documents& documents, const std::string& prefix, const std::string& owner);
     void RemoveStaleTemporaries() const;

@@ -241,6 +241,33 @@ bool Overlaps(const Documents& documents, const std::string& ifname, const Prefi
     return false;
 }
 
+namespace {
+
+bool HeldByAnother(const Documents& documents, unsigned __int128 subnet, const std::string& owner, std::string& error) {
+    for (const auto& [name, document] : documents)
+        for (const Consumer& consumer : document.consumers)
+            if (consumer.owner != owner && !consumer.holds.empty() && Parse64(consumer.holds) == subnet) {
+                error = "held by " + consumer.owner + " of " + name;
+                return true;
+            }
+    return false;
+}
+
+// Of two overlapping delegations only the earlier is handed out.
+bool OverlapsEarlier(const Documents& documents, const std::string& ifname, const Moment& now, std::string& error) {
+    const Document& own = documents.at(ifname);
+    std::optional<Prefix> prefix = ParsePrefix(own.prefix);
+    Documents earlier;
+    for (const auto& [name, theirs] : documents)
+        if (name != ifname && Earlier(theirs, name, own, ifname)) earlier.emplace(name, theirs);
+    std::string other;
+    if (!prefix || !Overlaps(earlier, ifname, *prefix, now, other)) return false;
+    error = "the prefix of " + ifname + " overlaps the earlier one of " + other;
+    return true;
+}
+
+}  // namespace
+
 bool AllocateIn(Documents& documents, const Context& context, const std::string& prefix, const std::string& owner,
                 Allocation& allocation, std::string& error) {
     std::optional<unsigned __int128> subnet = Parse64(prefix);
@@ -248,28 +275,13 @@ bool AllocateIn(Documents& documents, const Context& context, const std::string&
         error = "not a /64 prefix";
         return false;
     }
-    if (!ValidOwner(documents, owner, error)) return false;
-    for (const auto& [name, document] : documents)
-        for (const Consumer& consumer : document.consumers)
-            if (consumer.owner != owner && !consumer.holds.empty() && Parse64(consumer.holds) == subnet) {
-                error = "held by " + consumer.owner + " of " + name;
-                return false;
-            }
+    if (!ValidOwner(documents, owner, error) || HeldByAnother(documents, *subnet, owner, error)) return false;
     Document* document = HomeIn(documents, context.run, *subnet, allocation.ifname);
     if (document == nullptr) {
         error = "in no configured prefix";
         return false;
     }
-    // Of two overlapping delegations only the earlier is handed out.
-    std::string other;
-    std::optional<Prefix> own = ParsePrefix(document->prefix);
-    Documents earlier;
-    for (const auto& [name, theirs] : documents)
-        if (name != allocation.ifname && Earlier(theirs, name, *document, allocation.ifname)) earlier.emplace(name, theirs);
-    if (own && Overlaps(earlier, allocation.ifname, *own, context.now, other)) {
-        error = "the prefix of " + allocation.ifname + " overlaps the earlier one of " + other;
-        return false;
-    }
+    if (OverlapsEarlier(documents, allocation.ifname, context.now, error)) return false;
     Consumer* consumer = FindOwner(*document, owner);
     if (consumer != nullptr && SameSubnet(consumer->holds, prefix)) return true;
     if (consumer != nullptr && !consumer->holds.empty() && !SameSubnet(consumer->holds, context.released)) {
@@ -333,9 +345,13 @@ std::optional<Document> Store::Load(const std::string& ifname) const {
 // `needed` ("" for none), the others are left out (and logged by Load).
 bool Store::LoadAll(Documents& documents, const std::string& needed) const {
     RemoveStaleTemporaries();
-    struct stat info;
-    if (stat(dir_.c_str(), &info) != 0 && errno == ENOENT) return needed.empty();
-    if (!SameVersion(listing_.version, info) && !List()) return false;
+    struct stat version {};
+    if (stat(dir_.c_str(), &version) != 0) {
+        if (errno == ENOENT) return needed.empty();
+        Logf(LOG_ERR, kLog, "%s not readable: %s", dir_.c_str(), strerror(errno));
+        return false;
+    }
+    if (!SameVersion(listing_.version, version) && !List(version)) return false;
     for (const std::string& name : listing_.names) {
         std::optional<Document> document = Load(name);
         if (!document && name == needed) return false;
@@ -345,14 +361,9 @@ bool Store::LoadAll(Documents& documents, const std::string& needed) const {
 }
 
 // The names of the documents, kept with the directory's version they were listed from.
-bool Store::List() const {
+bool Store::List(const struct stat& version) const {
     std::error_code error;
     listing_ = Listing{};
-    struct stat version;
-    if (stat(dir_.c_str(), &version) != 0) {
-        Logf(LOG_ERR, kLog, "%s not readable: %s", dir_.c_str(), strerror(errno));
-        return false;
-    }
     for (const fs::directory_entry& entry : fs::directory_iterator(dir_, error)) {
         std::string name = entry.path().filename();
         if (DocumentName(name) && entry.symlink_status(error).type() == fs::file_type::regular) listing_.names.push_back(name);

@@ -48,19 +48,15 @@ EOF
 
 holder && UP=$HOLDER
 holder && LAN=$HOLDER
-ip link add wan0 type veth peer name up0 netns "$UP"
-ip link set wan0 up
-in_ns "$UP" ip link set up0 up
+ip link add wan0 type veth peer name up0 netns "$UP" && ip link set wan0 up && in_ns "$UP" ip link set up0 up
 kea_conf 2001:db8:1200::
 KEA_PIDFILE_DIR=$T/kea KEA_LOCKFILE_DIR=$T/kea nsenter -t "$UP" -n kea-dhcp6 -c $T/kea.conf >$T/kea.log 2>&1 &
 KEA=$! PIDS="$PIDS $!"
-ip link add lbr0 type bridge
-ip link add gbr0 type bridge
+ip link add lbr0 type bridge && ip link add gbr0 type bridge
 sysctl -qw net.ipv6.conf.lbr0.accept_dad=0 net.ipv6.conf.gbr0.accept_dad=0
 ip link add lan0 type veth peer name eth0 netns "$LAN"
 ip link set lan0 master lbr0 up
-ip link set lbr0 up
-ip link set gbr0 up
+ip link set lbr0 up && ip link set gbr0 up
 in_ns "$LAN" ip link set eth0 up
 vpn_server yes
 mount --bind $T/hooks /usr/lib/dhcpcd/dhcpcd-hooks
@@ -106,4 +102,8 @@ env -i PATH=/tmp/bin:$PATH interface=wan0 reason=REBIND6 \
     new_dhcp6_ia_pd1_prefix1_vltime=0 new_dhcp6_ia_pd1_prefix2=$P:: new_dhcp6_ia_pd1_prefix2_length=56 \
     new_dhcp6_ia_pd1_prefix2_pltime=20 new_dhcp6_ia_pd1_prefix2_vltime=30 /usr/lib/dhcpcd/dhcpcd-run-hooks
 expect_eq "$(holdings wan0)" "lbr0 $P::,gbr0 $P:1::,ovpn $P:2::," "holdings after a rebind in dhcpd's order"
+# A reply that leaves the prefix no lifetime withdraws it.
+env -i PATH=/tmp/bin:$PATH interface=wan0 reason=RENEW6 new_dhcp6_ia_pd1_prefix1=$P:: new_dhcp6_ia_pd1_prefix1_length=56 \
+    new_dhcp6_ia_pd1_prefix1_pltime=0 new_dhcp6_ia_pd1_prefix1_vltime=0 /usr/lib/dhcpcd/dhcpcd-run-hooks
+holds "$(lifetimes lbr0)" "preferred_lft 0sec" "lbr0's lifetimes after a prefix at lifetime 0"
 echo ok

@@ -403,6 +403,7 @@ kea_pool 2001:db8:4300:: && kill -HUP "$KEA" && sleep 0.2 && dhcpcd -6 -N wan1 >
 mark $? "Kea moves to 2001:db8:4300::/56, dhcpcd renews at once: lbr0 and gbr0 move ($TOOK)"
 until_true 5 has6 tun0 2001:db8:4300:2::1/64
 mark $? "the VPN pool moved: tun0 on 2001:db8:4300:2::/64 ($TOOK more)"
+show "$(grep server-ipv6 /usr/tarn/etc/packages/Tunnelbay/openvpn/openvpn.conf; ip -6 -br addr show dev tun0)"
 until_true 10 lanhost6 2001:db8:4300: dynamic && lanhost6 2001:db8:4200: deprecated
 mark $? "the LAN host has its new address, the old one deprecated ($TOOK more)"
 show "$(lanhost_addresses)"

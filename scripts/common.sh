@@ -6,7 +6,7 @@ BUILD_PACKAGES=(cmake make g++ pkg-config libjsoncpp-dev libboost-dev libgtest-d
 PD_PACKAGES=(kea-dhcp6-server dhcpcd-base dnsmasq-base openvpn openssl)
 TEST_PACKAGES=(busybox iproute2 util-linux dbus-daemon systemd libglib2.0-bin "${PD_PACKAGES[@]}")
 DEMO_PACKAGES=(busybox iproute2 util-linux dbus-daemon "${PD_PACKAGES[@]}")
-BENCH_PACKAGES=(hyperfine iproute2 util-linux busybox "${PD_PACKAGES[@]}")
+BENCH_PACKAGES=(hyperfine iproute2 util-linux "${PD_PACKAGES[@]}")
 
 # build DIR [cmake options...]: configures (again, so that options given now take effect over
 # an existing build directory), then builds incrementally.

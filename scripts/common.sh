@@ -1,9 +1,12 @@
 # Shared by run.sh, test.sh and the benchmark: the packages of the build, of the system tests
 # and of the benchmark, and a configure-and-build step.
 BUILD_PACKAGES=(cmake make g++ pkg-config libjsoncpp-dev libboost-dev libgtest-dev libnl-route-3-dev libsystemd-dev)
-TEST_PACKAGES=(busybox iproute2 util-linux dbus-daemon systemd libglib2.0-bin)
-DEMO_PACKAGES=(busybox iproute2 util-linux dbus-daemon)
-BENCH_PACKAGES=(hyperfine iproute2 util-linux)
+# A delegated prefix end to end: the DHCPv6 server upstream, the client on the device, router
+# advertisements on the LAN and the VPN server with its certificate.
+PD_PACKAGES=(kea-dhcp6-server dhcpcd-base dnsmasq-base openvpn openssl)
+TEST_PACKAGES=(busybox iproute2 util-linux dbus-daemon systemd libglib2.0-bin "${PD_PACKAGES[@]}")
+DEMO_PACKAGES=(busybox iproute2 util-linux dbus-daemon "${PD_PACKAGES[@]}")
+BENCH_PACKAGES=(hyperfine iproute2 util-linux "${PD_PACKAGES[@]}")
 
 # The package test builds, checks and installs the package (jq: also the reboot test).
 TEST_PACKAGES+=(jq dpkg-dev file lintian mandoc dbus net-tools)

@@ -26,7 +26,7 @@ if [ -z "${TARN_DEMO_INSIDE:-}" ]; then
         build "$ROOT/build" -DBUILD_TESTING=OFF || refuse "the build failed"
         TARN_BIN=$ROOT/build
     fi
-    for tool in busybox dbus-daemon ip setpriv nsenter; do
+    for tool in busybox dbus-daemon ip setpriv nsenter kea-dhcp6 dhcpcd dnsmasq openvpn openssl start-stop-daemon; do
         command -v "$tool" >/dev/null || refuse "needs $tool"
     done
     # The device is this namespace pair; the upstreams, the far host and the LAN host are
@@ -87,9 +87,12 @@ in_ns() {
 # Teardown: every process we started, by pid; the namespaces and mounts end with us.
 
 PIDS=()
+# Daemons that leave the process tree (dhcpcd, the restarted VPN server) are found by pid file.
+PIDFILES=(/run/dhcpcd/wan1-6.pid /tmp/demo/ovpn.pid)
 cleanup() {
     trap - EXIT INT TERM
-    local pid
+    local pid file
+    for file in "${PIDFILES[@]}"; do [ ! -s "$file" ] || kill "$(cat "$file")" 2>/dev/null; done
     for pid in "${PIDS[@]}"; do kill "$pid" 2>/dev/null; done
     for pid in "${PIDS[@]}"; do wait "$pid" 2>/dev/null; done
 }
@@ -130,14 +133,22 @@ setup_host() {
     # The checkout or the build may be under /tmp, which the private /tmp hides: what the device
     # needs is opened before and copied after.
     exec 7<"$TARN_BIN/tarnnetdtool" 8<"$TARN_BIN/tarnnetd/tarnnetd" 9<"$ROOT/tarnnetd/net.tarn.Netd1.conf" || return 1
+    exec 4<"$TARN_BIN/tarnprefix" 5<"$ROOT/tarnprefix/dhcpcd-hook" 6<"$ROOT/tarnprefix/dnsmasq-ra.conf" || return 1
     mount -t tmpfs demo-tmp /tmp || return 1
     mkdir -p "$DEV/bin" "$DEV/dbus/system.d"
     cp /proc/self/fd/7 "$DEV/bin/tarnnetdtool" && cp /proc/self/fd/8 "$DEV/bin/tarnnetd" &&
         cp /proc/self/fd/9 "$DEV/dbus/system.d/net.tarn.Netd1.conf" || return 1
     chmod 755 "$DEV/bin/tarnnetdtool" "$DEV/bin/tarnnetd"
     exec 7<&- 8<&- 9<&-
+    mkdir -p "$DEV/hooks" && cp /proc/self/fd/4 "$DEV/bin/tarnprefix" && chmod 755 "$DEV/bin/tarnprefix" &&
+        cp /proc/self/fd/5 "$DEV/hooks/70-tarnprefix" && cp /proc/self/fd/6 "$DEV/dnsmasq-ra.conf" || return 1
+    exec 4<&- 5<&- 6<&-
     mount -t tmpfs demo-run /run || return 1
     private_dir /etc || return 1
+    # The VPN server's files live under /usr and /var; dhcpcd keeps its state in /var/lib/dhcpcd
+    # and runs only our hook.
+    private_dir /usr && private_dir /var || return 1
+    mount --bind "$DEV/hooks" /usr/lib/dhcpcd/dhcpcd-hooks || return 1
     # The device's ifconfig prints "inet addr:"; busybox's does too.
     if [ -e /sbin/ifconfig ]; then
         mount --bind "$(command -v busybox)" /sbin/ifconfig
@@ -229,16 +240,88 @@ ping_via() {
     [ $((after - before)) -ge 3 ]
 }
 
-# delegate IFNAME PREFIX: what the prefix delegation client does when a prefix arrives: the
-# interface's router document gets it, with lbr0 and gbr0 as its consumers, under the store lock.
-delegate() {
+# consumers IFNAME: what setting up the device does once: the interface's router document lists
+# lbr0, gbr0 and the VPN server, in that order, written under the store lock.
+consumers() {
     local doc=/etc/route-mgt/ipv6-router/$1
     (
         flock 9 || exit 1
-        printf '{"type": "native", "prefix": "%s", "consumers": [{"owner": "lbr0", "holds": ""}, {"owner": "gbr0", "holds": ""}]}\n' \
-            "$2" >"$doc.new" && mv "$doc.new" "$doc"
+        printf '{"type": "native", "prefix": "", "consumers": [{"owner": "lbr0"}, {"owner": "gbr0"}, {"owner": "ovpn"}]}\n' \
+            >"$doc.new" && mv "$doc.new" "$doc"
     ) 9>>/run/tarn/ipv6-router.lock
 }
+
+# kea_pool PREFIX: the upstream's DHCPv6 server delegates the /56 PREFIX, its whole pool, to the device.
+kea_pool() {
+    cat >"$DEV/kea.conf" <<EOF
+{ "Dhcp6": { "interfaces-config": { "interfaces": [ "up1" ],
+    "service-sockets-max-retries": 20, "service-sockets-retry-wait-time": 200 },
+  "lease-database": { "type": "memfile", "persist": false }, "server-id": { "type": "LL", "persist": false },
+  "renew-timer": 30, "rebind-timer": 48, "preferred-lifetime": 60, "valid-lifetime": 90,
+  "subnet6": [ { "id": 1, "subnet": "2001:db8:1::/64", "interface": "up1",
+    "pd-pools": [ { "prefix": "$1", "prefix-len": 56, "delegated-len": 56 } ] } ] } }
+EOF
+}
+
+# vpn_server: a real OpenVPN server whose package files are where the tool looks; its restart
+# script stops it by its pid file and starts it again with the rewritten configuration.
+vpn_server() {
+    local pkg=/usr/tarn/etc/packages/Tunnelbay scripts=/var/packages/Tunnelbay/target/scripts
+    mkdir -p "$pkg/openvpn" "$scripts" || return 1
+    echo "ovpn_enable_ipv6=yes" >"$pkg/tarnvpn.conf"
+    openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 1 -subj /CN=demo-vpn \
+        -keyout "$DEV/vpn.key" -out "$DEV/vpn.crt" 2>/dev/null || return 1
+    printf '%s\n' "dev tun0" "proto udp" "port 1194" "topology subnet" "server 192.0.2.128 255.255.255.192" \
+        "server-ipv6 2001:db8:ffff::/64" "ca $DEV/vpn.crt" "cert $DEV/vpn.crt" "key $DEV/vpn.key" "dh none" \
+        >"$pkg/openvpn/openvpn.conf"
+    cat >"$scripts/openvpn.sh" <<EOF
+#!/bin/sh
+start-stop-daemon --stop --quiet --oknodo --pidfile $DEV/ovpn.pid --exec /usr/sbin/openvpn --retry 3
+start-stop-daemon --start --quiet --pidfile $DEV/ovpn.pid --exec /usr/sbin/openvpn -- \\
+    --daemon --writepid $DEV/ovpn.pid --log $DEV/ovpn.log --config $pkg/openvpn/openvpn.conf
+EOF
+    chmod 755 "$scripts/openvpn.sh"
+}
+
+# start_ipv6_router: the DHCPv6 server upstream, dnsmasq's router advertisements on the bridges
+# and dhcpcd on wan1 with our hook, which finds tarnprefix and tarnnetdtool on its PATH.
+start_ipv6_router() {
+    ip addr replace 2001:db8:1::2/64 dev wan1 nodad
+    in_ns "$UP1" ip -6 route replace 2001:db8:4000::/34 via 2001:db8:1::2
+    mkdir -p "$DEV/kea"
+    kea_pool 2001:db8:4200::
+    KEA_PIDFILE_DIR=$DEV/kea KEA_LOCKFILE_DIR=$DEV/kea nsenter -t "$UP1" -n kea-dhcp6 -c "$DEV/kea.conf" >"$DEV/kea.log" 2>&1 &
+    KEA=$!
+    PIDS+=("$KEA")
+    # The router alone numbers the bridges' /64s, and dnsmasq advertises a /64 only once its
+    # address has passed duplicate address detection: the bridges do none.
+    sysctl -qw net.ipv6.conf.lbr0.accept_dad=0 net.ipv6.conf.gbr0.accept_dad=0
+    dnsmasq -k --conf-file="$DEV/dnsmasq-ra.conf" --pid-file="$DEV/dnsmasq.pid" --dhcp-leasefile="$DEV/leases" \
+        --log-facility="$DEV/dnsmasq.log" &
+    PIDS+=("$!")
+    printf '%s\n' ipv6only noipv6rs nodelay duid "allowinterfaces wan1" "interface wan1" "    ia_pd 1/::/56" >"$DEV/dhcpcd.conf"
+    PATH=$DEV/bin:$PATH dhcpcd -6 -B -f "$DEV/dhcpcd.conf" wan1 >"$DEV/dhcpcd.log" 2>&1 &
+    PIDS+=("$!")
+}
+
+# until_true SECONDS COMMAND...: waits for COMMAND; $TOOK is the time it took, as "1.23 s".
+until_true() {
+    local start end
+    TOOK=
+    start=$(date +%s%N)
+    end=$((start + $1 * 1000000000))
+    shift
+    until "$@" >/dev/null 2>&1; do
+        [ "$(date +%s%N)" -lt "$end" ] || return 1
+        sleep 0.05
+    done
+    TOOK=$(awk -v ns=$(($(date +%s%N) - start)) 'BEGIN { printf "%.2f s", ns / 1e9 }')
+}
+has6() { ip -6 addr show dev "$1" to "$2" | grep -q inet6; }
+# lanhost6 PREFIX FLAG: the LAN host holds a settled address in PREFIX marked FLAG.
+lanhost6() { in_ns "$LANHOST" ip -6 -o addr show dev eth0 scope global | grep -v tentative | grep "inet6 $1" | grep -q -- "$2"; }
+both6() { has6 lbr0 "$1::1/64" && has6 gbr0 "$1:1::1/64"; }
+lanhost_addresses() { in_ns "$LANHOST" ip -6 -o addr show dev eth0 scope global | awk '{ print $4, $5, $6, $7, $8 }'; }
 
 default_route() { ip -4 route show default | sed 's/ *$//'; }
 
@@ -295,20 +378,35 @@ show "$(default_route)"
 ip link set wan1 up
 ip addr replace 198.51.100.2/25 dev wan1 >/dev/null 2>&1
 
-title "IPv6 router: a delegated /56 cut into /64s for lbr0 and gbr0"
+title "IPv6 router: a /56 from a DHCPv6 server, cut into /64s for the LAN, the guests and the VPN"
 tool --init-ipv6-router wan1 native
 mark $? "--init-ipv6-router wan1 native: forwarding on"
 show "net.ipv6.conf.all.forwarding = $(cat /proc/sys/net/ipv6/conf/all/forwarding)"
-delegate wan1 2001:db8:4200::/56
-mark $? "wan1's delegated prefix 2001:db8:4200::/56 stored, for lbr0 then gbr0"
-tool --apply-new-prefix wan1 &&
-    ip -6 addr show dev lbr0 | grep -q 'inet6 2001:db8:4200::1/64' &&
-    ip -6 addr show dev gbr0 | grep -q 'inet6 2001:db8:4200:1::1/64'
-mark $? "--apply-new-prefix wan1: lbr0 and gbr0 hold their /64s"
+consumers wan1 && vpn_server && start_ipv6_router
+mark $? "wan1's consumers lbr0, gbr0, ovpn; Kea upstream, dhcpcd with our hook on wan1, dnsmasq"
+until_true 20 both6 2001:db8:4200
+mark $? "Kea delegates 2001:db8:4200::/56: lbr0 and gbr0 hold their /64s ($TOOK after dhcpcd's start)"
 show "$(ip -6 -br addr show dev lbr0; ip -6 -br addr show dev gbr0)"
+until_true 5 has6 tun0 2001:db8:4200:2::1/64
+mark $? "the OpenVPN server restarted on the third /64 ($TOOK more)"
+show "$(grep server-ipv6 /usr/tarn/etc/packages/Tunnelbay/openvpn/openvpn.conf; ip -6 -br addr show dev tun0)"
+until_true 10 lanhost6 2001:db8:4200: dynamic
+mark $? "the LAN host has a SLAAC address in lbr0's /64 ($TOOK more)"
+show "$(lanhost_addresses)"
+in_ns "$LANHOST" busybox ping -6 -q -c 1 -W 2 2001:db8:1::1 >/dev/null 2>&1
+mark $? "the LAN host pings 2001:db8:1::1 upstream over IPv6"
 tool --get-internal-network && printf '%s\n' "$OUT" | grep -qx '2001:db8:4200:1::/64'
 mark $? "--get-internal-network prints them"
 show "$OUT"
+kea_pool 2001:db8:4300:: && kill -HUP "$KEA" && sleep 0.2 && dhcpcd -6 -N wan1 >/dev/null 2>&1 &&
+    until_true 10 both6 2001:db8:4300 && ! has6 lbr0 2001:db8:4200::1/64
+mark $? "Kea moves to 2001:db8:4300::/56, dhcpcd renews at once: lbr0 and gbr0 move ($TOOK)"
+until_true 5 has6 tun0 2001:db8:4300:2::1/64
+mark $? "the VPN pool moved: tun0 on 2001:db8:4300:2::/64 ($TOOK more)"
+show "$(grep server-ipv6 /usr/tarn/etc/packages/Tunnelbay/openvpn/openvpn.conf; ip -6 -br addr show dev tun0)"
+until_true 10 lanhost6 2001:db8:4300: dynamic && lanhost6 2001:db8:4200: deprecated
+mark $? "the LAN host has its new address, the old one deprecated ($TOOK more)"
+show "$(lanhost_addresses)"
 
 title "Switching it off"
 step "--disable-multi-gateway" tool --disable-multi-gateway

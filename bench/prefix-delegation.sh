@@ -69,7 +69,6 @@ ip link set wan0 up
 in_ns "$UP" ip link set up0 up
 ip link add lbr0 type bridge
 ip link add gbr0 type bridge
-sysctl -qw net.ipv6.conf.lbr0.accept_dad=0 net.ipv6.conf.gbr0.accept_dad=0
 ip link add lan0 type veth peer name eth0 netns "$LAN"
 ip link set lan0 master lbr0 up
 ip link set lbr0 up

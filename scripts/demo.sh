@@ -293,9 +293,6 @@ start_ipv6_router() {
     KEA_PIDFILE_DIR=$DEV/kea KEA_LOCKFILE_DIR=$DEV/kea nsenter -t "$UP1" -n kea-dhcp6 -c "$DEV/kea.conf" >"$DEV/kea.log" 2>&1 &
     KEA=$!
     PIDS+=("$KEA")
-    # The router alone numbers the bridges' /64s, and dnsmasq advertises a /64 only once its
-    # address has passed duplicate address detection: the bridges do none.
-    sysctl -qw net.ipv6.conf.lbr0.accept_dad=0 net.ipv6.conf.gbr0.accept_dad=0
     dnsmasq -k --conf-file="$DEV/dnsmasq-ra.conf" --pid-file="$DEV/dnsmasq.pid" --dhcp-leasefile="$DEV/leases" \
         --log-facility="$DEV/dnsmasq.log" &
     PIDS+=("$!")

@@ -53,7 +53,6 @@ kea_conf 2001:db8:1200::
 KEA_PIDFILE_DIR=$T/kea KEA_LOCKFILE_DIR=$T/kea nsenter -t "$UP" -n kea-dhcp6 -c $T/kea.conf >$T/kea.log 2>&1 &
 KEA=$! PIDS="$PIDS $!"
 ip link add lbr0 type bridge && ip link add gbr0 type bridge
-sysctl -qw net.ipv6.conf.lbr0.accept_dad=0 net.ipv6.conf.gbr0.accept_dad=0
 ip link add lan0 type veth peer name eth0 netns "$LAN"
 ip link set lan0 master lbr0 up
 ip link set lbr0 up && ip link set gbr0 up

@@ -60,6 +60,9 @@ bool ChangeAddress(Session& session, int ifindex, unsigned __int128 bits, int le
     rtnl_addr_set_family(address.get(), AF_INET6);
     if (rtnl_addr_set_local(address.get(), bytes.get()) < 0) return false;
     rtnl_addr_set_prefixlen(address.get(), length);
+    // The router alone numbers its delegated /64s; an address in detection would hold back the
+    // LAN's router advertisements for the new prefix.
+    if (add) rtnl_addr_set_flags(address.get(), IFA_F_NODAD);
     if (lifetimes != nullptr) {
         rtnl_addr_set_preferred_lifetime(address.get(), lifetimes->preferred);
         rtnl_addr_set_valid_lifetime(address.get(), lifetimes->valid);

@@ -6,12 +6,13 @@
 # routes and addresses equal the first namespace's, the kernel's own routes and link-local
 # addresses aside, and a second run of the boot path changes nothing.
 set -eu
-exec 5<"$(dirname "$0")/../../packaging/tarn-restore"
+exec 4<"$4" 5<"$(dirname "$0")/../../packaging/tarn-restore"
 . "$(dirname "$0")/bus.sh"
 . "$(dirname "$0")/lib.sh"
 command -v jq >/dev/null || skip "no jq"
 RESTORE=/tmp/bin/tarn-restore
-cp /proc/self/fd/5 $RESTORE && chmod 755 $RESTORE && exec 5<&-
+cp /proc/self/fd/5 $RESTORE && cp /proc/self/fd/4 /tmp/bin/restore-tables && chmod 755 $RESTORE /tmp/bin/restore-tables
+exec 4<&- 5<&-
 export PATH=/tmp/bin:$PATH
 bus_start
 device_ifconfig

@@ -272,3 +272,33 @@ int PolicyRoute::DisableTable(const IP_TYPE& type, const std::string& interface)
 }
 
 }  // namespace tarnnetwork::network
+
+namespace tarnroute {
+
+bool RestoreTables() {
+    using namespace tarnnetwork::network;
+    std::string why;
+    Session session;
+    if (!session.Open(why)) {
+        LogError("RestoreTables: " + why, kPolicyLog);
+        return false;
+    }
+    Kernel kernel;
+    bool ok = true;
+    for (auto& [ifname, entry] : session.state) {
+        int ifindex = InterfaceIndex(ifname);
+        if (ifindex == 0) continue;  // its table comes back when it is enabled again
+        for (int family : {AF_INET, AF_INET6}) {
+            const FamilyState& state = entry.Of(family);
+            if (!state.enabled && state.rules.empty()) continue;
+            ok = SyncTable(kernel, family, ifindex, entry) && ok;
+            std::vector<Rule> rules;
+            if (state.enabled)
+                ok = kernel.DumpRules(family, rules) &&
+                     ApplyRules(kernel, PlanSourceRules(rules, family, entry.table, state.source)) && ok;
+        }
+    }
+    return ok;
+}
+
+}  // namespace tarnroute

@@ -187,6 +187,10 @@ inline constexpr char kRoutingLog[] = "routing";
 inline constexpr char kPolicyLog[] = "policy-route";
 inline constexpr char kStaticLog[] = "static-route";
 void LogError(const std::string& text, const char* component = kRoutingLog);
+
+// Makes the kernel hold the stored tables, their rules and the source rules of every interface
+// that is there (after a boot); false when a step failed, each logged.
+bool RestoreTables();
 void LogWarning(const std::string& text, const char* component);
 
 // A session with the kernel over rtnetlink. Every failed change is logged with the operation,

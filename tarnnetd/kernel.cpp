@@ -27,10 +27,10 @@ bool Fail(std::string& error, const std::string& reason) {
     return false;
 }
 
-bool IsOurDefault(rtnl_route* route, int family) {
+bool IsDefault(rtnl_route* route, int family) {
     nl_addr* dst = rtnl_route_get_dst(route);
-    return rtnl_route_get_family(route) == family && rtnl_route_get_table(route) == RT_TABLE_MAIN &&
-           rtnl_route_get_protocol(route) == tarnlinux::kProtoGateway && dst != nullptr && nl_addr_get_prefixlen(dst) == 0;
+    return rtnl_route_get_family(route) == family && rtnl_route_get_table(route) == RT_TABLE_MAIN && dst != nullptr &&
+           nl_addr_get_prefixlen(dst) == 0;
 }
 
 bool Matches(rtnl_route* route, const DefaultRoute& wanted, nl_addr* gateway) {
@@ -46,56 +46,127 @@ void NameProtocols() {
         syslog(LOG_WARNING, "%s not written: %s", tarnlinux::kProtoNamesPath, std::strerror(errno));
 }
 
-// Our default routes of the family, as the kernel has them.
-bool OurDefaults(Session& session, int family, std::vector<tarnlinux::nl::Route>& out) {
-    auto restart = [&] { out.clear(); };
+// The family's default routes in the main table as the kernel has them: ours, and whether a
+// route of another protocol holds our metric (then ours cannot be replaced in one step).
+struct Defaults {
+    std::vector<tarnlinux::nl::Route> ours;
+    bool othersAtOurMetric = false;
+};
+
+bool ReadDefaults(Session& session, int family, Defaults& out) {
+    auto restart = [&] { out = Defaults(); };
     auto take = [&](nl_object* object) {
         auto* route = reinterpret_cast<rtnl_route*>(object);
-        if (!IsOurDefault(route, family)) return;
+        if (!IsDefault(route, family)) return;
+        if (rtnl_route_get_protocol(route) != tarnlinux::kProtoGateway) {
+            out.othersAtOurMetric |= rtnl_route_get_priority(route) == tarnlinux::kGatewayMetric;
+            return;
+        }
         nl_object_get(object);
-        out.emplace_back(route);
+        out.ours.emplace_back(route);
     };
     return session.Dump(RTM_GETROUTE, family, restart, take);
 }
 
-}  // namespace
-
-std::optional<int> UpInterface(const std::string& ifname) {
-    Session session;
-    std::optional<tarnlinux::Link> link = tarnlinux::FindLink(session, ifname);
-    if (!link || (link->flags & IFF_UP) == 0) return std::nullopt;
-    return link->ifindex;
+bool Install(Session& session, int family, const DefaultRoute& wanted, nl_addr* gateway, int flags, std::string& error) {
+    NameProtocols();
+    tarnlinux::nl::Route route =
+        tarnlinux::nl::DefaultRoute(family, wanted.ifindex, gateway, tarnlinux::kProtoGateway, tarnlinux::kGatewayMetric);
+    if (!route) return Fail(error, "out of memory");
+    nl_msg* msg = nullptr;
+    int built = rtnl_route_build_add_request(route.get(), flags, &msg);
+    if (!session.Change(msg, built, "cannot add default via " + wanted.gateway + " dev " + wanted.ifname))
+        return Fail(error, session.Error());
+    return true;
 }
 
-bool SetDefaultRoute(Family family, const std::optional<DefaultRoute>& wanted, std::string& error) {
-    int af = AddressFamily(family);
-    Session session;
-    std::vector<tarnlinux::nl::Route> ours;
-    if (!OurDefaults(session, af, ours)) return Fail(error, "cannot read the routes");
-    nl_addr* parsed = nullptr;
-    if (wanted && nl_addr_parse(wanted->gateway.c_str(), af, &parsed) < 0) return Fail(error, "bad gateway " + wanted->gateway);
-    tarnlinux::nl::Addr gateway(parsed);
-    bool present = false;
-    for (const tarnlinux::nl::Route& route : ours) {
-        if (wanted && !present && Matches(route.get(), *wanted, gateway.get())) {
-            present = true;
-            continue;
-        }
+// Removes our routes but the one that matches `kept` (none when null); one replaced a moment
+// ago is gone already.
+bool RemoveOthers(Session& session, const Defaults& present, const DefaultRoute* kept, nl_addr* gateway, std::string& error) {
+    for (const tarnlinux::nl::Route& route : present.ours) {
+        if (kept != nullptr && Matches(route.get(), *kept, gateway)) continue;
         nl_msg* msg = nullptr;
         int built = rtnl_route_build_del_request(route.get(), 0, &msg);
         if (!session.Change(msg, built, "cannot remove our default route") && session.Errno() != ESRCH)
             return Fail(error, session.Error());
     }
-    if (!wanted || present) return true;
-    NameProtocols();
-    tarnlinux::nl::Route route =
-        tarnlinux::nl::DefaultRoute(af, wanted->ifindex, gateway.get(), tarnlinux::kProtoGateway, tarnlinux::kGatewayMetric);
-    if (!route) return Fail(error, "out of memory");
-    // EXCL: a default route of someone else's with our metric is not ours to replace.
-    nl_msg* msg = nullptr;
-    int built = rtnl_route_build_add_request(route.get(), NLM_F_CREATE | NLM_F_EXCL, &msg);
-    if (!session.Change(msg, built, "cannot add default via " + wanted->gateway)) return Fail(error, session.Error());
     return true;
+}
+
+// EXCL when nothing of ours is there: a default of someone else's with our metric is not ours
+// to replace. REPLACE when ours is the only one at the metric, so that no packet sees a gap.
+int AddFlags(const Defaults& present) {
+    if (present.ours.empty()) return NLM_F_CREATE | NLM_F_EXCL;
+    return present.othersAtOurMetric ? NLM_F_CREATE : NLM_F_CREATE | NLM_F_REPLACE;
+}
+
+// The address of the family to probe from: IPv4's first (primary) one; IPv6's first global one,
+// else its link-local one (taken in a second pass). Addresses that failed their duplicate check
+// do not count.
+void TakeAddress(const tarnlinux::InterfaceAddress& address, bool linkLocalPass, LinkStates& links,
+                 const std::map<int, std::string>& names) {
+    auto name = names.find(address.ifindex);
+    if (name == names.end() || (address.flags & IFA_F_DADFAILED) != 0) return;
+    if (address.family == AF_INET6 && tarnlinux::IsLinkLocal(address) != linkLocalPass) return;
+    Family family = address.family == AF_INET ? Family::kV4 : Family::kV6;
+    std::string& chosen = links[name->second].address[static_cast<int>(family)];
+    if (chosen.empty()) chosen = tarnlinux::AddressText(address);
+}
+
+bool HasMatch(const Defaults& present, const DefaultRoute& wanted, nl_addr* gateway) {
+    for (const tarnlinux::nl::Route& route : present.ours)
+        if (Matches(route.get(), wanted, gateway)) return true;
+    return false;
+}
+
+}  // namespace
+
+bool ReadLinks(LinkStates& out) {
+    Session session;
+    std::vector<tarnlinux::Link> links;
+    std::vector<tarnlinux::InterfaceAddress> addresses;
+    if (!tarnlinux::DumpLinks(session, links) || !tarnlinux::DumpAddresses(session, AF_UNSPEC, addresses)) return false;
+    out.clear();
+    std::map<int, std::string> names;
+    for (const tarnlinux::Link& link : links) {
+        names[link.ifindex] = link.name;
+        LinkState& state = out[link.name];
+        state.ifindex = link.ifindex;
+        state.adminUp = (link.flags & IFF_UP) != 0;
+        state.running = (link.flags & IFF_RUNNING) != 0;
+    }
+    for (bool linkLocalPass : {false, true})
+        for (const tarnlinux::InterfaceAddress& address : addresses) TakeAddress(address, linkLocalPass, out, names);
+    return true;
+}
+
+bool Usable(const LinkState& link, Family family) {
+    return link.adminUp && link.running && !link.address[static_cast<int>(family)].empty();
+}
+
+bool SetDefaultRoute(Family family, const std::vector<DefaultRoute>& candidates, std::string& error) {
+    int af = AddressFamily(family);
+    Session session;
+    Defaults present;
+    if (!ReadDefaults(session, af, present)) return Fail(error, "cannot read the routes");
+    if (candidates.empty()) return RemoveOthers(session, present, nullptr, nullptr, error);
+    std::string reasons;
+    for (const DefaultRoute& wanted : candidates) {
+        nl_addr* parsed = nullptr;
+        std::string reason = "bad gateway " + wanted.gateway;
+        if (nl_addr_parse(wanted.gateway.c_str(), af, &parsed) < 0) {
+            reasons += (reasons.empty() ? "" : "; ") + reason;
+            continue;
+        }
+        tarnlinux::nl::Addr gateway(parsed);
+        if (!HasMatch(present, wanted, gateway.get()) &&
+            !Install(session, af, wanted, gateway.get(), AddFlags(present), reason)) {
+            reasons += (reasons.empty() ? "" : "; ") + reason;
+            continue;
+        }
+        return RemoveOthers(session, present, &wanted, gateway.get(), error);
+    }
+    return Fail(error, reasons);
 }
 
 // The value to restore is written down first, so that a daemon killed in between restores it

@@ -125,16 +125,19 @@ Outcome Service::Commit(Records next, Family family) {
 }
 
 bool Service::RefreshFamily(Family family, std::string& error) const {
-    const FamilyRecords& records = records_.Of(family);
-    std::optional<DefaultRoute> route;
-    for (const Record* record : Preferred(records)) {
-        if (records.slaves.count(record->ifname) > 0) continue;
-        std::optional<int> ifindex = UpInterface(record->ifname);
-        if (!ifindex) continue;
-        route = DefaultRoute{*ifindex, record->gateway};
-        break;
+    LinkStates links;
+    if (!ReadLinks(links)) {
+        error = "cannot read the interfaces";
+        return false;
     }
-    return SetDefaultRoute(family, route, error);
+    const FamilyRecords& records = records_.Of(family);
+    std::vector<DefaultRoute> candidates;
+    for (const Record* record : Preferred(records)) {
+        auto link = links.find(record->ifname);
+        if (records.slaves.count(record->ifname) > 0 || link == links.end() || !Usable(link->second, family)) continue;
+        candidates.push_back(DefaultRoute{link->second.ifindex, record->ifname, record->gateway});
+    }
+    return SetDefaultRoute(family, candidates, error);
 }
 
 }  // namespace tarnnetd

@@ -41,6 +41,12 @@ wan0 marked slave|tool --set-slave-data -4 wan0 yes|198.51.100.1 wan1 tarn-gatew
 mark cleared|tool --set-slave-data -4 wan0 no|192.0.2.1 wan0 tarn-gateway 50
 wan0 link down|ip link set wan0 down|198.51.100.1 wan1 tarn-gateway 50
 wan0 link up|ip link set wan0 up|192.0.2.1 wan0 tarn-gateway 50
+wan0 carrier lost, still up|ip link set wan0p down|198.51.100.1 wan1 tarn-gateway 50
+carrier back|ip link set wan0p up|192.0.2.1 wan0 tarn-gateway 50
+wan0 up without its address|ip addr del 192.0.2.2/24 dev wan0|198.51.100.1 wan1 tarn-gateway 50
+address back|ip addr add 192.0.2.2/24 dev wan0|192.0.2.1 wan0 tarn-gateway 50
+wan0 gateway off its link: the next tried|tool --add-gateway-info -4 10 wan0 198.51.100.9 192.0.2.53 wan|198.51.100.1 wan1 tarn-gateway 50
+gateway back|tool --add-gateway-info -4 10 wan0 192.0.2.1 192.0.2.53 wan|192.0.2.1 wan0 tarn-gateway 50
 wan0 record deleted|tool --del-gateway-info -4 wan0|198.51.100.1 wan1 tarn-gateway 50
 deleted again|tool --del-gateway-info -4 wan0|198.51.100.1 wan1 tarn-gateway 50
 wan1 copied to wan9, kept|tool --copy-gateway-info -4 wan1 wan9|198.51.100.1 wan1 tarn-gateway 50

@@ -27,14 +27,14 @@ bool Fail(std::string& error, const std::string& reason) {
     return false;
 }
 
-bool IsDefault(rtnl_route* route, int family) {
+bool IsDefault(rtnl_route* route, int family, uint32_t table = RT_TABLE_MAIN) {
     nl_addr* dst = rtnl_route_get_dst(route);
-    return rtnl_route_get_family(route) == family && rtnl_route_get_table(route) == RT_TABLE_MAIN && dst != nullptr &&
+    return rtnl_route_get_family(route) == family && rtnl_route_get_table(route) == table && dst != nullptr &&
            nl_addr_get_prefixlen(dst) == 0;
 }
 
-bool Matches(rtnl_route* route, const DefaultRoute& wanted, nl_addr* gateway) {
-    if (rtnl_route_get_nnexthops(route) != 1 || rtnl_route_get_priority(route) != tarnlinux::kGatewayMetric) return false;
+bool Matches(rtnl_route* route, const DefaultRoute& wanted, nl_addr* gateway, uint32_t metric = tarnlinux::kGatewayMetric) {
+    if (rtnl_route_get_nnexthops(route) != 1 || rtnl_route_get_priority(route) != metric) return false;
     rtnl_nexthop* hop = rtnl_route_nexthop_n(route, 0);
     nl_addr* via = rtnl_route_nh_get_gateway(hop);
     return rtnl_route_nh_get_ifindex(hop) == wanted.ifindex && via != nullptr && nl_addr_cmp(via, gateway) == 0;
@@ -119,6 +119,49 @@ bool HasMatch(const Defaults& present, const DefaultRoute& wanted, nl_addr* gate
     return false;
 }
 
+// Our routes in the probe table.
+bool ReadProbeRoutes(Session& session, int family, std::vector<tarnlinux::nl::Route>& out) {
+    auto restart = [&] { out.clear(); };
+    auto take = [&](nl_object* object) {
+        auto* route = reinterpret_cast<rtnl_route*>(object);
+        if (!IsDefault(route, family, tarnlinux::kProbeTable) || rtnl_route_get_protocol(route) != tarnlinux::kProtoGateway)
+            return;
+        nl_object_get(object);
+        out.emplace_back(route);
+    };
+    return session.Dump(RTM_GETROUTE, family, restart, take);
+}
+
+bool AddProbeRoute(Session& session, int family, const DefaultRoute& uplink, nl_addr* gateway, std::string& error) {
+    auto metric = static_cast<uint32_t>(uplink.ifindex);
+    tarnlinux::nl::Route route = tarnlinux::nl::DefaultRoute(family, uplink.ifindex, gateway, tarnlinux::kProtoGateway, metric);
+    if (!route) return Fail(error, "out of memory");
+    rtnl_route_set_table(route.get(), tarnlinux::kProbeTable);
+    nl_msg* msg = nullptr;
+    int built = rtnl_route_build_add_request(route.get(), NLM_F_CREATE | NLM_F_REPLACE, &msg);
+    if (!session.Change(msg, built, "cannot add the probe route via " + uplink.gateway + " dev " + uplink.ifname))
+        return Fail(error, session.Error());
+    return true;
+}
+
+// The rule that leads our marked probes to the probe table, made or removed.
+bool SetProbeRule(Session& session, int family, bool wanted, std::string& error) {
+    tarnlinux::nl::Rule rule(rtnl_rule_alloc());
+    if (!rule) return Fail(error, "out of memory");
+    rtnl_rule_set_family(rule.get(), family);
+    rtnl_rule_set_prio(rule.get(), tarnlinux::kProbePriority);
+    rtnl_rule_set_table(rule.get(), tarnlinux::kProbeTable);
+    rtnl_rule_set_action(rule.get(), FR_ACT_TO_TBL);
+    rtnl_rule_set_mark(rule.get(), tarnlinux::kProbeMark);
+    rtnl_rule_set_protocol(rule.get(), tarnlinux::kProtoGateway);
+    nl_msg* msg = nullptr;
+    int built = wanted ? rtnl_rule_build_add_request(rule.get(), NLM_F_CREATE | NLM_F_EXCL, &msg)
+                       : rtnl_rule_build_delete_request(rule.get(), 0, &msg);
+    if (session.Change(msg, built, wanted ? "cannot add the probe rule" : "cannot remove the probe rule")) return true;
+    if (session.Errno() == (wanted ? EEXIST : ENOENT)) return true;
+    return Fail(error, session.Error());
+}
+
 }  // namespace
 
 bool ReadLinks(LinkStates& out) {
@@ -167,6 +210,30 @@ bool SetDefaultRoute(Family family, const std::vector<DefaultRoute>& candidates,
         return RemoveOthers(session, present, &wanted, gateway.get(), error);
     }
     return Fail(error, reasons);
+}
+
+bool SetProbeRoutes(Family family, const std::vector<DefaultRoute>& uplinks, std::string& error) {
+    int af = AddressFamily(family);
+    Session session;
+    std::vector<tarnlinux::nl::Route> present;
+    if (!ReadProbeRoutes(session, af, present)) return Fail(error, "cannot read the probe routes");
+    std::vector<bool> keep(present.size(), false);
+    for (const DefaultRoute& uplink : uplinks) {
+        nl_addr* parsed = nullptr;
+        if (nl_addr_parse(uplink.gateway.c_str(), af, &parsed) < 0) continue;
+        tarnlinux::nl::Addr gateway(parsed);
+        bool found = false;
+        for (size_t i = 0; i < present.size(); ++i)
+            if (Matches(present[i].get(), uplink, gateway.get(), static_cast<uint32_t>(uplink.ifindex))) found = keep[i] = true;
+        if (!found && !AddProbeRoute(session, af, uplink, gateway.get(), error)) return false;
+    }
+    for (size_t i = 0; i < present.size(); ++i) {
+        nl_msg* msg = nullptr;
+        int built = keep[i] ? 0 : rtnl_route_build_del_request(present[i].get(), 0, &msg);
+        if (!keep[i] && !session.Change(msg, built, "cannot remove a probe route") && session.Errno() != ESRCH)
+            return Fail(error, session.Error());
+    }
+    return SetProbeRule(session, af, !uplinks.empty(), error);
 }
 
 // The value to restore is written down first, so that a daemon killed in between restores it

@@ -39,6 +39,11 @@ struct DefaultRoute {
 // refused every candidate; ours is then left as it was.
 bool SetDefaultRoute(Family family, const std::vector<DefaultRoute>& candidates, std::string& error);
 
+// Makes the probe table hold one default route per uplink of `uplinks` (metric: its ifindex)
+// and no other of ours, with the rule that leads marked probes there while there is any.
+// False with a reason.
+bool SetProbeRoutes(Family family, const std::vector<DefaultRoute>& uplinks, std::string& error);
+
 // disable_ipv6 of the interface to 1 and back to its value, so that the kernel drops and
 // re-learns the interface's IPv6 addresses. False with a reason (also for an unknown interface).
 bool ResetIPv6(const std::string& ifname, std::string& error);

@@ -1,9 +1,9 @@
 # Shared by run.sh, test.sh and the benchmark: the packages of the build, of the system tests
 # and of the benchmark, and a configure-and-build step.
 BUILD_PACKAGES=(cmake make g++ pkg-config libjsoncpp-dev libboost-dev libgtest-dev libnl-route-3-dev libsystemd-dev)
-TEST_PACKAGES=(busybox iproute2 util-linux dbus-daemon systemd libglib2.0-bin)
-DEMO_PACKAGES=(busybox iproute2 util-linux dbus-daemon)
-BENCH_PACKAGES=(hyperfine iproute2 util-linux)
+TEST_PACKAGES=(busybox iproute2 util-linux dbus-daemon systemd libglib2.0-bin nftables)
+DEMO_PACKAGES=(busybox iproute2 util-linux dbus-daemon nftables)
+BENCH_PACKAGES=(hyperfine iproute2 util-linux dbus-daemon nftables)
 
 # build DIR [cmake options...]: configures (again, so that options given now take effect over
 # an existing build directory), then builds incrementally.

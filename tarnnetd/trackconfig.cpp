@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 
 namespace tarnnetd {
@@ -23,14 +24,19 @@ bool Fail(std::string& error, const std::string& place, const std::string& reaso
     return false;
 }
 
+std::string Decimal(double value) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%g", value);
+    return text;
+}
+
 // A member in seconds, from `low` to `high`, kept when absent.
 bool Seconds(const Json::Value& object, const std::string& place, const char* name, double low, double high, uint64_t& usec,
              std::string& error) {
     const Json::Value& value = object[name];
     if (value.isNull()) return true;
     if (!value.isNumeric() || !std::isfinite(value.asDouble()) || value.asDouble() < low || value.asDouble() > high)
-        return Fail(error, place + name,
-                    "must be a number of seconds from " + Json::Value(low).asString() + " to " + Json::Value(high).asString());
+        return Fail(error, place + name, "must be a number of seconds from " + Decimal(low) + " to " + Decimal(high));
     usec = static_cast<uint64_t>(std::llround(value.asDouble() * 1e6));
     return true;
 }
@@ -98,8 +104,6 @@ bool ParseTrackConfig(const Json::Value& document, TrackConfig& config, std::str
         std::string place = "interfaces." + name + ".";
         if (!ValidIfname(name)) return Fail(error, "interfaces." + name, "not an interface name");
         UplinkConfig uplink = defaults;
-        uplink.targets[0].clear();
-        uplink.targets[1].clear();
         if (!Uplink(interfaces[name], place, uplink, error)) return false;
         config.interfaces[name] = uplink;
     }

@@ -22,17 +22,26 @@ ip -n up1 addr add 192.0.2.1/24 dev wan1p
 ip -n up2 addr add 198.51.100.1/24 dev wan2p
 ip addr add 192.0.2.2/24 dev wan1
 ip addr add 198.51.100.2/24 dev wan2
+ip -n up2 addr add 2001:db8:2::1/64 dev wan2p nodad
+ip addr add 2001:db8:2::2/64 dev wan2 nodad
 trap 'ip netns del up1; ip netns del up2; bus_stop' EXIT
 
 mkdir -p /etc/route-mgt/tracking.d
-printf '{ "interfaces": { "wan1": { "targets": [ "203.0.113.10" ] }, "wan2": {} } }\n' >/etc/route-mgt/tracking
 printf '#!/bin/sh\necho "$TARN_INTERFACE $TARN_FAMILY $TARN_PREVIOUS_STATE>$TARN_STATE"\necho "$TARN_INTERFACE" >>/tmp/changes\n' \
     >/etc/route-mgt/tracking.d/10-note
 chmod 755 /etc/route-mgt/tracking.d/10-note
 : >/tmp/changes
+# A file that names a bad value keeps the daemon from starting, with the place and the reason.
+echo '{ "interfaces": { "wan1": { "targets": [ "192.0.2.300" ] } } }' >/etc/route-mgt/tracking
+started=0
+said=$("$DAEMON" 2>&1) || started=$?
+expect_eq "$started|$said" "1|tarnnetd: /etc/route-mgt/tracking: interfaces.wan1.targets[0]: must be an IPv4 or IPv6 address" \
+    "a bad file at start"
+printf '{ "interfaces": { "wan1": { "targets": [ "203.0.113.10" ] }, "wan2": {} } }\n' >/etc/route-mgt/tracking
 daemon_start
 ok "$TOOL" --add-gateway-info -4 10 wan1 192.0.2.1 192.0.2.53
 ok "$TOOL" --add-gateway-info -4 20 wan2 198.51.100.1 198.51.100.53
+ok "$TOOL" --add-gateway-info -6 20 wan2 2001:db8:2::1 2001:db8:2::53
 
 ours() { ip -4 route show default proto 201 | awk '{ print $5 }'; }
 # moves_to DEV SECONDS: waits for our default route out of DEV; prints the milliseconds it took.
@@ -50,9 +59,10 @@ drop() { ip netns exec "up$1" nft add table inet fault "{ chain in { type filter
 heal() { ip netns exec "up$1" nft delete table inet fault; }
 state() { busctl --system call net.tarn.Netd1 /net/tarn/Netd1 net.tarn.Netd1 GetUplinkState s '{}' | sed 's/\\"/"/g'; }
 
-all_online() { [ "$(state | grep -o '"state":"online"' | wc -l)" = 2 ]; }
+all_online() { [ "$(state | grep -o '"state":"online"' | wc -l)" = 3 ]; }
 wait_for 20 all_online || fail "not online: $(state)"
 expect_eq "$(ours)" wan1 "the most preferred uplink"
+holds "$(state)" '"state":"online","targets":1,"type":"GTYPE_V6"' "an IPv6 uplink tracked"
 
 # Each row: a fault or its end, the uplink the default route must then leave by, and the
 # bound in seconds.

@@ -302,7 +302,7 @@ took_until() {
 printf '{ "interfaces": { "wan1": { "targets": [ "192.0.2.200" ] }, "wan2": { "targets": [ "192.0.2.200" ] } } }\n' \
     >/etc/route-mgt/tracking && kill -HUP "$DAEMON_PID" && sleep 1
 mark $? "/etc/route-mgt/tracking: both WANs probe the far host, SIGHUP reads it"
-in_ns "$UP1" nft add table inet demo '{ chain fwd { type filter hook forward priority 0; drop; }; }'
+in_ns "$UP1" nft add table inet demo '{ chain stop { type filter hook forward priority 0; policy drop; }; }'
 took=$(took_until '^default via 203.0.113.1 dev wan2' 6)
 mark $? "upstream 1 stops forwarding, wan1 stays up: the default moves to wan2 in ${took:-?} ms"
 show "$(default_route)"

@@ -46,6 +46,34 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
     return pointers;
 }
 
+// The child: a process group of its own (so that a kill reaches what it starts), default
+// signals and an empty mask (the daemon blocks those its loop takes), stdin from /dev/null,
+// stdout and stderr to `out`. 0 with errno's value when it did not start.
+int Spawn(std::string path, std::vector<std::string> env, int out, pid_t& pid) {
+    posix_spawn_file_actions_t actions;
+    posix_spawnattr_t attributes;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawnattr_init(&attributes);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, out, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, out, STDERR_FILENO);
+    sigset_t none;
+    sigset_t all;
+    sigemptyset(&none);
+    sigfillset(&all);
+    posix_spawnattr_setsigmask(&attributes, &none);
+    posix_spawnattr_setsigdefault(&attributes, &all);
+    posix_spawnattr_setpgroup(&attributes, 0);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
+    std::vector<std::string> argv{path};
+    std::vector<char*> args = Pointers(argv);
+    std::vector<char*> envp = Pointers(env);
+    int failed = posix_spawn(&pid, path.c_str(), &actions, &attributes, args.data(), envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
+    return failed;
+}
+
 }  // namespace
 
 void ScriptRunner::RunAll(const std::string& dir, const std::vector<std::string>& env, uint64_t limitUsec) {
@@ -63,6 +91,7 @@ void ScriptRunner::StartNext() {
     while (pid_ == 0 && !queue_.empty()) {
         Job job = std::move(queue_.front());
         queue_.pop_front();
+        name_ = job.path;
         int ends[2];
         if (pipe2(ends, O_CLOEXEC) != 0) {
             tarnlinux::Log(LOG_ERR, kComponent, "cannot make a pipe: " + std::string(std::strerror(errno)));
@@ -70,44 +99,31 @@ void ScriptRunner::StartNext() {
         }
         tarnlinux::Fd readEnd(ends[0]);
         tarnlinux::Fd writeEnd(ends[1]);
-        posix_spawn_file_actions_t actions;
-        posix_spawnattr_t attributes;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawnattr_init(&attributes);
-        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_adddup2(&actions, writeEnd.Get(), STDOUT_FILENO);
-        posix_spawn_file_actions_adddup2(&actions, writeEnd.Get(), STDERR_FILENO);
-        sigset_t none;
-        sigset_t all;
-        sigemptyset(&none);
-        sigfillset(&all);
-        posix_spawnattr_setsigmask(&attributes, &none);
-        posix_spawnattr_setsigdefault(&attributes, &all);
-        posix_spawnattr_setpgroup(&attributes, 0);
-        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
-        std::vector<std::string> argv{job.path};
-        std::vector<char*> args = Pointers(argv);
-        std::vector<char*> env = Pointers(job.env);
         pid_t pid = 0;
-        int failed = posix_spawn(&pid, job.path.c_str(), &actions, &attributes, args.data(), env.data());
-        posix_spawn_file_actions_destroy(&actions);
-        posix_spawnattr_destroy(&attributes);
-        name_ = job.path;
-        if (failed != 0) {
+        if (int failed = Spawn(job.path, job.env, writeEnd.Get(), pid)) {
             tarnlinux::Log(LOG_WARNING, kComponent, name_ + ": not started: " + std::strerror(failed));
             continue;
         }
         pid_ = pid;
         fcntl(readEnd.Get(), F_SETFL, O_NONBLOCK);
         output_.Reset(readEnd.Release());
-        sd_event_source* source = nullptr;
-        if (sd_event_add_io(event_, &source, output_.Get(), EPOLLIN, OnOutput, this) >= 0) outputSource_.reset(source);
-        if (sd_event_add_child(event_, &source, pid, WEXITED, OnExit, this) >= 0) exitSource_.reset(source);
-        if (sd_event_add_time_relative(event_, &source, CLOCK_MONOTONIC, job.limitUsec, kTimeoutAccuracyUsec, OnTimeout, this) >=
-            0)
-            timeoutSource_.reset(source);
-        if (!exitSource_) kill(-pid, SIGKILL);  // unwatched, it could never be waited for
+        Watch(job.limitUsec);
     }
+}
+
+// Output, end and time limit of the one running; one that cannot be waited for is killed now.
+void ScriptRunner::Watch(uint64_t limitUsec) {
+    sd_event_source* source = nullptr;
+    if (sd_event_add_io(event_, &source, output_.Get(), EPOLLIN, OnOutput, this) >= 0) outputSource_.reset(source);
+    if (sd_event_add_time_relative(event_, &source, CLOCK_MONOTONIC, limitUsec, kTimeoutAccuracyUsec, OnTimeout, this) >= 0)
+        timeoutSource_.reset(source);
+    if (sd_event_add_child(event_, &source, pid_, WEXITED, OnExit, this) >= 0) {
+        exitSource_.reset(source);
+        return;
+    }
+    kill(-pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+    Finish();
 }
 
 void ScriptRunner::LogLine(const std::string& line) { tarnlinux::Log(LOG_INFO, kComponent, name_ + ": " + line); }
@@ -153,14 +169,19 @@ int ScriptRunner::OnExit(sd_event_source*, const siginfo_t* info, void* self) {
                        runner->name_ + (info->si_code == CLD_EXITED ? ": exit status " : ": ended by signal ") +
                            std::to_string(info->si_status));
     // What the script left behind in its group goes with it, and holds neither pipe nor slot.
+    // The child is reaped only after this returns, so its id still names its group.
     kill(-runner->pid_, SIGKILL);
-    runner->pid_ = 0;
-    runner->outputSource_.reset();
-    runner->output_.Reset();
-    runner->exitSource_.reset();
-    runner->timeoutSource_.reset();
-    runner->StartNext();
+    runner->Finish();
     return 0;
+}
+
+void ScriptRunner::Finish() {
+    pid_ = 0;
+    outputSource_.reset();
+    output_.Reset();
+    exitSource_.reset();
+    timeoutSource_.reset();
+    StartNext();
 }
 
 }  // namespace tarnnetd

@@ -107,12 +107,12 @@ void ScriptRunner::StartNext() {
         pid_ = pid;
         fcntl(readEnd.Get(), F_SETFL, O_NONBLOCK);
         output_.Reset(readEnd.Release());
-        Watch(job.limitUsec);
+        Supervise(job.limitUsec);
     }
 }
 
 // Output, end and time limit of the one running; one that cannot be waited for is killed now.
-void ScriptRunner::Watch(uint64_t limitUsec) {
+void ScriptRunner::Supervise(uint64_t limitUsec) {
     sd_event_source* source = nullptr;
     if (sd_event_add_io(event_, &source, output_.Get(), EPOLLIN, OnOutput, this) >= 0) outputSource_.reset(source);
     if (sd_event_add_time_relative(event_, &source, CLOCK_MONOTONIC, limitUsec, kTimeoutAccuracyUsec, OnTimeout, this) >= 0)

@@ -32,7 +32,7 @@ private:
     static int OnExit(sd_event_source* source, const siginfo_t* info, void* self);
     static int OnTimeout(sd_event_source* source, uint64_t usec, void* self);
     void StartNext();
-    void Watch(uint64_t limitUsec);
+    void Supervise(uint64_t limitUsec);
     void Finish();
     void Drain(bool all);
     void LogLine(const std::string& line);

@@ -20,6 +20,15 @@ uint64_t Now(sd_event* event) {
     return now;
 }
 
+std::unique_ptr<Uplink> Fresh(Family family, const std::string& ifname) {
+    auto uplink = std::make_unique<Uplink>();
+    uplink->family = family;
+    uplink->ifname = ifname;
+    uplink->since = std::time(nullptr);
+    uplink->why = "not probed yet";
+    return uplink;
+}
+
 std::string Plural(int count, const char* what) { return std::to_string(count) + " " + what + (count == 1 ? "" : "s"); }
 
 }  // namespace
@@ -49,27 +58,23 @@ void Tracker::Arm() {
 }
 
 void Tracker::Sync(const Records& records, const LinkStates& links) {
+    static const std::map<std::string, UplinkConfig> kNone;
+    const std::map<std::string, UplinkConfig>& configured = config_ ? config_->interfaces : kNone;
     std::map<Key, std::unique_ptr<Uplink>> next;
     for (Family family : {Family::kV4, Family::kV6}) {
         const FamilyRecords& of = records.Of(family);
         std::vector<DefaultRoute> routes;
         for (const auto& [ifname, record] : of.records) {
-            auto configured = config_ ? config_->interfaces.find(ifname) : std::map<std::string, UplinkConfig>::const_iterator();
-            if (!config_ || configured == config_->interfaces.end() || of.slaves.count(ifname) > 0) continue;
+            auto config = configured.find(ifname);
+            if (config == configured.end() || of.slaves.count(ifname) > 0) continue;
             Key key{family, ifname};
+            std::unique_ptr<Uplink>& uplink = next[key];
             auto found = uplinks_.find(key);
-            std::unique_ptr<Uplink> uplink = found != uplinks_.end() ? std::move(found->second) : std::make_unique<Uplink>();
-            if (found == uplinks_.end()) {
-                uplink->family = family;
-                uplink->ifname = ifname;
-                uplink->since = std::time(nullptr);
-                uplink->why = "not probed yet";
-            }
-            uplink->config = configured->second;
+            uplink = found != uplinks_.end() ? std::move(found->second) : Fresh(family, ifname);
+            uplink->config = config->second;
             auto link = links.find(ifname);
             Follow(*uplink, link == links.end() ? nullptr : &link->second, record.gateway);
             if (uplink->link) routes.push_back(DefaultRoute{uplink->ifindex, ifname, record.gateway});
-            next[key] = std::move(uplink);
         }
         std::string error;
         if (!SetProbeRoutes(family, routes, error)) tarnlinux::Log(LOG_WARNING, kComponent, error);

@@ -75,7 +75,7 @@ carrier lost, link still up|ip -n up1 link set wan1p down|wan2|1
 carrier back|ip -n up1 link set wan1p up|wan1|2
 address lost|ip addr del 192.0.2.2/24 dev wan1|wan2|1
 address back|ip addr add 192.0.2.2/24 dev wan1|wan1|2
-upstream drops everything|drop 1 "ip saddr 192.0.2.2 drop"|wan2|4
+upstream drops everything|drop 1 "ip saddr 192.0.2.2 drop"|wan2|5
 ROWS
 holds "$(cat "$DAEMON_LOG")" "wan1: offline (7 bad rounds, 0 of 1 target answered)" "the change's log line"
 holds "$(state)" '"ifname":"wan1","link":"up","loss_percent"' "state after the fault"

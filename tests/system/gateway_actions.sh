@@ -30,6 +30,17 @@ expect_eq "$(defaults -4)" "192.0.2.1 wan0 tarn-gateway 50
 203.0.113.1 oth0 static 100" "routes after two adds"
 expect_eq "$(tr '\n' , </etc/iproute2/rt_protos.d/tarn.conf)" "201 tarn-gateway,202 tarn-policy,203 tarn-static,204 tarn-tunnel," "our protocols named"
 
+# A move never leaves a moment without a default route: the kernel hears of the new one first.
+ip -4 monitor route >/tmp/monitor 2>&1 &
+monitor=$!
+sleep 0.2
+tool --set-slave-data -4 wan0 yes
+sleep 0.2
+kill "$monitor"
+expect_eq "$(grep -m1 default /tmp/monitor | sed 's/ *$//')" "default via 198.51.100.1 dev wan1 proto tarn-gateway metric 50" \
+    "the first route change of a move"
+tool --set-slave-data -4 wan0 no
+
 # Each row: what happens, then the one default route of ours it must leave (or none).
 while IFS='|' read -r what action want; do
     eval "$action" || fail "$what: exit status $?"

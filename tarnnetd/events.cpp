@@ -44,8 +44,10 @@ bool LinkEvents::Attach(sd_event* event, std::string& error) {
 int LinkEvents::OnReadable(sd_event_source*, int, uint32_t, void* self) {
     auto* events = static_cast<LinkEvents*>(self);
     int result = nl_recvmsgs_default(events->sock_.get());
-    if (result == -NLE_NOMEM) {
-        tarnlinux::Log(LOG_WARNING, "link-events", "notifications lost (ENOBUFS): reading everything again");
+    // An overrun (ENOBUFS, libnl's NLE_NOMEM) or any other loss: what was missed is read again.
+    if (result < 0 && result != -NLE_AGAIN) {
+        tarnlinux::Log(LOG_WARNING, "link-events",
+                       std::string("notifications lost (") + nl_geterror(result) + "): reading everything again");
         events->Schedule();
     }
     return 0;

@@ -117,7 +117,7 @@ holds "$(state)" '"answered":2' "both new targets answer"
 drop 1 "numgen random mod 10 0 drop"
 sleep 60
 heal 1
-expect_eq "$(changes)" "$before" "changes of state since the loss began: $(tail -3 "$DAEMON_LOG")"
+expect_eq "$(changes)" "$before" "changes of state since the reloads: $(tail -3 "$DAEMON_LOG")"
 
 # A storm of link flaps while a caller asks all along: it is answered every time, and the
 # route ends right.

@@ -16,13 +16,17 @@ for n in 1 2; do
     ip link set "wan$n" up
     ip -n "up$n" link set "wan${n}p" up
     ip -n "up$n" link set lo up
+    ip netns exec "up$n" sysctl -qw net.ipv6.conf.all.keep_addr_on_down=1
     ip -n "up$n" addr add 203.0.113.10/32 dev lo
 done
 ip -n up1 addr add 192.0.2.1/24 dev wan1p
 ip -n up2 addr add 198.51.100.1/24 dev wan2p
 ip addr add 192.0.2.2/24 dev wan1
 ip addr add 198.51.100.2/24 dev wan2
+ip -n up1 addr add 2001:db8:1::1/64 dev wan1p nodad
 ip -n up2 addr add 2001:db8:2::1/64 dev wan2p nodad
+ip -n up2 addr add 2001:db8:f::10/128 dev lo
+ip addr add 2001:db8:1::2/64 dev wan1 nodad
 ip addr add 2001:db8:2::2/64 dev wan2 nodad
 trap 'ip netns del up1; ip netns del up2; bus_stop' EXIT
 
@@ -36,11 +40,12 @@ started=0
 said=$("$DAEMON" 2>&1) || started=$?
 expect_eq "$started|$said" "1|tarnnetd: /etc/route-mgt/tracking: interfaces.wan1.targets[0]: must be an IPv4 or IPv6 address" \
     "a bad file at start"
-printf '{ "script_timeout": 0.5, "interfaces": { "wan1": { "targets": [ "203.0.113.10" ] }, "wan2": {} } }\n' \
+printf '{ "script_timeout": 0.5, "interfaces": { "wan1": { "targets": [ "203.0.113.10" ] }, "wan2": { "targets": [ "2001:db8:f::10" ] } } }\n' \
     >/etc/route-mgt/tracking
 daemon_start
 ok "$TOOL" --add-gateway-info -4 10 wan1 192.0.2.1 192.0.2.53
 ok "$TOOL" --add-gateway-info -4 20 wan2 198.51.100.1 198.51.100.53
+ok "$TOOL" --add-gateway-info -6 10 wan1 2001:db8:1::1 2001:db8:1::53
 ok "$TOOL" --add-gateway-info -6 20 wan2 2001:db8:2::1 2001:db8:2::53
 
 ours() { ip -4 route show default proto 201 | awk '{ print $5 }'; }
@@ -59,10 +64,12 @@ drop() { ip netns exec "up$1" nft add table inet fault "{ chain in { type filter
 heal() { ip netns exec "up$1" nft delete table inet fault; }
 state() { busctl --system call net.tarn.Netd1 /net/tarn/Netd1 net.tarn.Netd1 GetUplinkState s '{}' | sed 's/\\"/"/g'; }
 
-all_online() { [ "$(state | grep -o '"state":"online"' | wc -l)" = 3 ]; }
+all_online() { [ "$(state | grep -o '"state":"online"' | wc -l)" = 4 ]; }
 wait_for 20 all_online || fail "not online: $(state)"
 expect_eq "$(ours)" wan1 "the most preferred uplink"
-holds "$(state)" '"state":"online","targets":1,"type":"GTYPE_V6"' "an IPv6 uplink tracked"
+# wan2's IPv6 target lies beyond its gateway while wan1 holds the IPv6 default: it answers
+# through the probe table.
+expect_eq "$(ip -6 route show default proto 201 | awk '{ print $5 }')" wan1 "the IPv6 default"
 
 # Each row: a fault or its end, the uplink the default route must then leave by, and the
 # bound in seconds.

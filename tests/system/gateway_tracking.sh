@@ -2,7 +2,7 @@
 # tarnnetd moves the default route by itself: on carrier and address loss, when an upstream
 # stops answering while the link stays up (nftables in the upstream's namespace), and back; not
 # at 10 % random loss; never to no route at all. Its file is read again on SIGHUP, its scripts
-# run on every change, and it answers calls through a storm of link flaps.
+# run and its signal goes out on every change, and it answers calls through a storm of link flaps.
 set -eu
 . "$(dirname "$0")/bus.sh"
 . "$(dirname "$0")/lib.sh"
@@ -71,6 +71,8 @@ expect_eq "$(ours)" wan1 "the most preferred uplink"
 # through the probe table.
 expect_eq "$(ip -6 route show default proto 201 | awk '{ print $5 }')" wan1 "the IPv6 default"
 
+timeout 60 gdbus monitor --system --dest net.tarn.Netd1 >/tmp/signals 2>&1 &
+watcher=$!
 # Each row: a fault or its end, the uplink the default route must then leave by, and the
 # bound in seconds.
 while IFS='|' read -r what action want bound; do
@@ -87,6 +89,9 @@ ROWS
 holds "$(cat "$DAEMON_LOG")" "wan1: offline (7 bad rounds, 0 of 1 target answered)" "the change's log line"
 holds "$(state)" '"ifname":"wan1","link":"up","loss_percent"' "state after the fault"
 holds "$(state)" '"state":"offline"' "wan1 offline"
+signal='{"ifname":"wan1","previous":"online","reason":"7 bad rounds, 0 of 1 target answered","state":"offline","type":"GTYPE_V4"}'
+wait_for 20 grep -qF "UplinkChanged ('$signal',)" /tmp/signals || fail "no signal: $(cat /tmp/signals)"
+kill "$watcher"
 wait_for 20 grep -q "10-note: wan1 GTYPE_V4 online>offline" "$DAEMON_LOG" || fail "the script's output not in the log"
 wait_for 20 grep -q '20-hang: killed, past its time limit' "$DAEMON_LOG" || fail "a hung script not killed"
 

@@ -4,9 +4,9 @@ BUILD_PACKAGES=(cmake make g++ pkg-config libjsoncpp-dev libboost-dev libgtest-d
 # A delegated prefix end to end: the DHCPv6 server upstream, the client on the device, router
 # advertisements on the LAN and the VPN server with its certificate.
 PD_PACKAGES=(kea-dhcp6-server dhcpcd-base dnsmasq-base openvpn openssl)
-TEST_PACKAGES=(busybox iproute2 util-linux dbus-daemon systemd libglib2.0-bin "${PD_PACKAGES[@]}")
-DEMO_PACKAGES=(busybox iproute2 util-linux dbus-daemon "${PD_PACKAGES[@]}")
-BENCH_PACKAGES=(hyperfine iproute2 util-linux "${PD_PACKAGES[@]}")
+TEST_PACKAGES=(busybox iproute2 util-linux dbus-daemon systemd libglib2.0-bin nftables "${PD_PACKAGES[@]}")
+DEMO_PACKAGES=(busybox iproute2 util-linux dbus-daemon nftables "${PD_PACKAGES[@]}")
+BENCH_PACKAGES=(hyperfine iproute2 util-linux dbus-daemon nftables "${PD_PACKAGES[@]}")
 
 # The package test builds, checks and installs the package (jq: also the reboot test).
 TEST_PACKAGES+=(jq dpkg-dev file lintian mandoc dbus net-tools)

@@ -219,6 +219,7 @@ start_daemon() {
     local i
     for i in $(seq 100); do [ -S /run/dbus/system_bus_socket ] && break; sleep 0.02; done
     "$DEV/bin/tarnnetd" 2>"$DEV/tarnnetd.log" &
+    DAEMON_PID=$!
     PIDS+=("$!")
     for i in $(seq 100); do
         tool --is-server-ready && [ "$OUT" = 1 ] && return 0
@@ -367,13 +368,28 @@ mark $? "the LAN host still reaches the device directly"
 ip -6 route show table wan2 | grep -q '^default via 2001:db8:2::1 dev wan2'
 mark $? "ip -6 route show table wan2: default via 2001:db8:2::1"
 
-title "Failover"
-ip link set wan1 down
-tool --refresh-gateway -4 && default_route | grep -q '^default via 203.0.113.1 dev wan2'
-mark $? "wan1 down, --refresh-gateway -4: the default moves to wan2"
+title "Failover: tarnnetd watches its uplinks, no tool call"
+# took_until PATTERN SECONDS: waits for the IPv4 default route to match; prints the milliseconds.
+took_until() {
+    local start=$(date +%s%N) now
+    until default_route | grep -q "$1"; do
+        now=$(date +%s%N)
+        [ $(((now - start) / 1000000)) -lt $(($2 * 1000)) ] || return 1
+        sleep 0.01
+    done
+    echo $((($(date +%s%N) - start) / 1000000))
+}
+printf '{ "interfaces": { "wan1": { "targets": [ "192.0.2.200" ] }, "wan2": { "targets": [ "192.0.2.200" ] } } }\n' \
+    >/etc/route-mgt/tracking && kill -HUP "$DAEMON_PID" && sleep 1
+mark $? "/etc/route-mgt/tracking: both WANs probe the far host, SIGHUP reads it"
+in_ns "$UP1" nft add table inet demo '{ chain stop { type filter hook forward priority 0; policy drop; }; }'
+took=$(took_until '^default via 203.0.113.1 dev wan2' 6)
+mark $? "upstream 1 stops forwarding, wan1 stays up: the default moves to wan2 in ${took:-?} ms"
 show "$(default_route)"
-ip link set wan1 up
-ip addr replace 198.51.100.2/25 dev wan1 >/dev/null 2>&1
+in_ns "$UP1" nft delete table inet demo
+took=$(took_until '^default via 198.51.100.1 dev wan1' 8)
+mark $? "upstream 1 forwards again: the default is back via wan1 in ${took:-?} ms (10 good rounds)"
+show "$(default_route)"
 
 title "IPv6 router: a /56 from a DHCPv6 server, cut into /64s for the LAN, the guests and the VPN"
 tool --init-ipv6-router wan1 native

@@ -5,6 +5,7 @@
 #include "kernel.h"
 #include "service.h"
 #include "store.h"
+#include "watch.h"
 
 #include "hostkit/owned.h"
 
@@ -43,6 +44,7 @@ const Method kMethods[] = {
     {tarnbus::kSetSlave, true, [](Service& s, const Json::Value& r) { return s.SetSlave(r); }},
     {tarnbus::kRefresh, true, [](Service& s, const Json::Value& r) { return s.Refresh(r); }},
     {tarnbus::kResetIPv6Module, true, [](Service& s, const Json::Value& r) { return s.ResetIPv6Module(r); }},
+    {tarnbus::kGetUplinkState, false, [](Service& s, const Json::Value& r) { return s.UplinkState(r); }},
 };
 
 const Method* FindMethod(const char* name) {
@@ -109,6 +111,8 @@ const sd_bus_vtable kVtable[] = {
     TARN_METHOD(tarnbus::kSetSlave, tarnbus::kChangeReplySignature),
     TARN_METHOD(tarnbus::kRefresh, tarnbus::kChangeReplySignature),
     TARN_METHOD(tarnbus::kResetIPv6Module, tarnbus::kChangeReplySignature),
+    TARN_METHOD(tarnbus::kGetUplinkState, tarnbus::kQueryReplySignature),
+    SD_BUS_SIGNAL(tarnbus::kUplinkChanged, "s", 0),
     SD_BUS_VTABLE_END,
 };
 
@@ -131,20 +135,29 @@ int Die(const std::string& message) {
 
 std::string Reason(int negativeErrno) { return std::strerror(-negativeErrno); }
 
+int OnReload(sd_event_source*, const signalfd_siginfo*, void* watch) {
+    static_cast<tarnnetd::Watch*>(watch)->Reload();
+    return 0;
+}
+
 int Serve(Service& service, const std::string& path) {
     sd_event* rawEvent = nullptr;
     int result = sd_event_default(&rawEvent);
     std::unique_ptr<sd_event, EventUnref> event(rawEvent);
     if (result < 0) return Die("cannot make the event loop: " + Reason(result));
-    sigset_t stops;
-    sigemptyset(&stops);
-    sigaddset(&stops, SIGTERM);
-    sigaddset(&stops, SIGINT);
-    // A null handler ends the loop; the signals are blocked so that only the loop sees them.
-    if (sigprocmask(SIG_BLOCK, &stops, nullptr) != 0 ||
+    sigset_t taken;
+    sigemptyset(&taken);
+    for (int signal : {SIGTERM, SIGINT, SIGHUP, SIGCHLD}) sigaddset(&taken, signal);
+    // A null handler ends the loop; the signals are blocked so that only the loop sees them
+    // (SIGCHLD for the scripts' child sources).
+    if (sigprocmask(SIG_BLOCK, &taken, nullptr) != 0 ||
         sd_event_add_signal(event.get(), nullptr, SIGTERM, nullptr, nullptr) < 0 ||
         sd_event_add_signal(event.get(), nullptr, SIGINT, nullptr, nullptr) < 0)
         return Die("cannot catch SIGTERM");
+    tarnnetd::Watch watch(event.get(), service, tarnlinux::kTrackingPath, tarnlinux::kTrackingScriptsDir);
+    std::string error;
+    if (!watch.Load(error)) return Die(error);
+    if (sd_event_add_signal(event.get(), nullptr, SIGHUP, OnReload, &watch) < 0) return Die("cannot catch SIGHUP");
     sd_bus* rawBus = nullptr;
     result = sd_bus_open_system(&rawBus);
     std::unique_ptr<sd_bus, BusClose> bus(rawBus);
@@ -163,7 +176,7 @@ int Serve(Service& service, const std::string& path) {
     tarnnetd::FinishIPv6Resets();
     // After a reboot the device has no default route of ours until it is chosen; calls queue
     // behind this, so the first answer already sees it.
-    service.RefreshAll();
+    if (!watch.Start(bus.get(), error)) return Die(error);
     syslog(LOG_INFO, "serving %s", tarnbus::kName);
     result = sd_event_loop(event.get());
     if (result < 0) return Die("event loop failed: " + Reason(result));

@@ -4,6 +4,8 @@
 #include "store.h"
 
 #include <json/writer.h>
+
+#include <algorithm>
 #include <syslog.h>
 
 namespace tarnnetd {
@@ -95,6 +97,11 @@ Outcome Service::ResetIPv6Module(const Json::Value& request) {
     return kApplied;
 }
 
+Outcome Service::UplinkState(const Json::Value& request) const {
+    if (!request.isObject()) return Invalid("the request must be a JSON object");
+    return {Outcome::kDone, Compact(hooks_.describe ? hooks_.describe() : Json::Value(Json::arrayValue))};
+}
+
 void Service::RefreshAll() {
     std::string error;
     for (Family family : {Family::kV4, Family::kV6})
@@ -119,22 +126,37 @@ Outcome Service::Commit(Records next, Family family) {
     listed_[0].reset();
     listed_[1].reset();
     // The change is stored either way; a route the kernel refuses now is retried by the next
-    // refresh, so it is logged rather than answered as a failed change.
+    // refresh, so it is logged rather than answered as a failed change. Tracking follows the
+    // records first, then chooses both families' routes.
+    if (hooks_.recordsChanged) {
+        hooks_.recordsChanged();
+        return kApplied;
+    }
     if (!RefreshFamily(family, error)) syslog(LOG_WARNING, "refresh of %s: %s", FamilyName(family), error.c_str());
     return kApplied;
 }
 
 bool Service::RefreshFamily(Family family, std::string& error) const {
-    const FamilyRecords& records = records_.Of(family);
-    std::optional<DefaultRoute> route;
-    for (const Record* record : Preferred(records)) {
-        if (records.slaves.count(record->ifname) > 0) continue;
-        std::optional<int> ifindex = UpInterface(record->ifname);
-        if (!ifindex) continue;
-        route = DefaultRoute{*ifindex, record->gateway};
-        break;
+    LinkStates links;
+    if (!ReadLinks(links)) {
+        error = "cannot read the interfaces";
+        return false;
     }
-    return SetDefaultRoute(family, route, error);
+    const FamilyRecords& records = records_.Of(family);
+    std::vector<DefaultRoute> candidates;
+    for (const Record* record : Preferred(records)) {
+        auto link = links.find(record->ifname);
+        if (records.slaves.count(record->ifname) > 0 || link == links.end() || !Usable(link->second, family)) continue;
+        candidates.push_back(DefaultRoute{link->second.ifindex, record->ifname, record->gateway});
+    }
+    // Offline uplinks come last but still count: with every one offline, the most preferred
+    // whose link is up keeps the default route.
+    if (hooks_.tier) {
+        auto tier = [&](const DefaultRoute& route) { return hooks_.tier(family, route.ifname); };
+        std::stable_sort(candidates.begin(), candidates.end(),
+                         [&](const DefaultRoute& a, const DefaultRoute& b) { return tier(a) < tier(b); });
+    }
+    return SetDefaultRoute(family, candidates, error);
 }
 
 }  // namespace tarnnetd

@@ -7,6 +7,7 @@
 
 #include <json/value.h>
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -34,8 +35,21 @@ public:
     Outcome Refresh(const Json::Value& request);
     Outcome ResetIPv6Module(const Json::Value& request);
 
+    // The uplinks' tracked state as JSON, for any caller.
+    Outcome UplinkState(const Json::Value& request) const;
+
     // Chooses both families' default routes again, logging what the kernel refuses.
     void RefreshAll();
+    const Records& Current() const { return records_; }
+
+    // What tracking adds: the order of candidates (lower tiers first, by preference within a
+    // tier), a word after every change of records, and the tracked state.
+    struct Hooks {
+        std::function<int(Family, const std::string&)> tier;
+        std::function<void()> recordsChanged;
+        std::function<Json::Value()> describe;
+    };
+    void SetHooks(Hooks hooks) { hooks_ = std::move(hooks); }
 
 private:
     // Parses a change, applies it to a copy of the records, and commits the copy.
@@ -47,6 +61,7 @@ private:
 
     std::string path_;
     Records records_;
+    Hooks hooks_;
     // Each family's list as last answered: a query of thousands of records costs its
     // serialisation once per change instead of once per call, so queries cannot crowd out changes.
     mutable std::optional<std::string> listed_[2];

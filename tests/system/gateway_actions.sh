@@ -30,6 +30,17 @@ expect_eq "$(defaults -4)" "192.0.2.1 wan0 tarn-gateway 50
 203.0.113.1 oth0 static 100" "routes after two adds"
 expect_eq "$(tr '\n' , </etc/iproute2/rt_protos.d/tarn.conf)" "201 tarn-gateway,202 tarn-policy,203 tarn-static,204 tarn-tunnel," "our protocols named"
 
+# A move never leaves a moment without a default route: the kernel hears of the new one first.
+ip -4 monitor route >/tmp/monitor 2>&1 &
+monitor=$!
+sleep 0.2
+tool --set-slave-data -4 wan0 yes
+sleep 0.2
+kill "$monitor"
+expect_eq "$(grep -m1 default /tmp/monitor | sed 's/ *$//')" "default via 198.51.100.1 dev wan1 proto tarn-gateway metric 50" \
+    "the first route change of a move"
+tool --set-slave-data -4 wan0 no
+
 # Each row: what happens, then the one default route of ours it must leave (or none).
 while IFS='|' read -r what action want; do
     eval "$action" || fail "$what: exit status $?"
@@ -41,6 +52,12 @@ wan0 marked slave|tool --set-slave-data -4 wan0 yes|198.51.100.1 wan1 tarn-gatew
 mark cleared|tool --set-slave-data -4 wan0 no|192.0.2.1 wan0 tarn-gateway 50
 wan0 link down|ip link set wan0 down|198.51.100.1 wan1 tarn-gateway 50
 wan0 link up|ip link set wan0 up|192.0.2.1 wan0 tarn-gateway 50
+wan0 carrier lost, still up|ip link set wan0p down|198.51.100.1 wan1 tarn-gateway 50
+carrier back|ip link set wan0p up|192.0.2.1 wan0 tarn-gateway 50
+wan0 up without its address|ip addr del 192.0.2.2/24 dev wan0|198.51.100.1 wan1 tarn-gateway 50
+address back|ip addr add 192.0.2.2/24 dev wan0|192.0.2.1 wan0 tarn-gateway 50
+wan0 gateway off its link: the next tried|tool --add-gateway-info -4 10 wan0 198.51.100.9 192.0.2.53 wan|198.51.100.1 wan1 tarn-gateway 50
+gateway back|tool --add-gateway-info -4 10 wan0 192.0.2.1 192.0.2.53 wan|192.0.2.1 wan0 tarn-gateway 50
 wan0 record deleted|tool --del-gateway-info -4 wan0|198.51.100.1 wan1 tarn-gateway 50
 deleted again|tool --del-gateway-info -4 wan0|198.51.100.1 wan1 tarn-gateway 50
 wan1 copied to wan9, kept|tool --copy-gateway-info -4 wan1 wan9|198.51.100.1 wan1 tarn-gateway 50

@@ -19,6 +19,7 @@ inline constexpr char kChangeReplySignature[] = "";
 // Queries, open to every local user.
 inline constexpr char kGetGatewayList[] = "GetGatewayList";                // {"type"} -> [entry, ...]
 inline constexpr char kGetGatewayByInterface[] = "GetGatewayByInterface";  // {"type", "ifname"} -> entry
+inline constexpr char kGetUplinkState[] = "GetUplinkState";                // {} -> [uplink, ...]
 // Changes, root only.
 inline constexpr char kAddGateway[] = "AddGateway";        // {"type", "ifname", "gateway", "dns", "priority", ["class"]}
 inline constexpr char kDeleteGateway[] = "DeleteGateway";  // {"type", "ifname"}
@@ -27,6 +28,9 @@ inline constexpr char kCopyGateway[] =
 inline constexpr char kSetSlave[] = "SetSlave";                // {"type", "ifname", "slave"}
 inline constexpr char kRefresh[] = "Refresh";                  // {"type"}: "GTYPE_V4", "GTYPE_V6" or "ALL"
 inline constexpr char kResetIPv6Module[] = "ResetIPv6Module";  // {"ifname"}
+
+// Signal on every change of a tracked uplink's state: one JSON text.
+inline constexpr char kUplinkChanged[] = "UplinkChanged";  // {"ifname", "type", "state", "previous", "reason"}
 
 // Readiness: the standard Peer.Ping of the object, answered once the name is owned.
 inline constexpr char kPeerInterface[] = "org.freedesktop.DBus.Peer";

@@ -29,6 +29,12 @@ inline constexpr uint32_t kLastTable = 20999;
 inline constexpr uint32_t kSuppressPriority = 20000;
 inline constexpr uint32_t kSourcePriority = 20100;
 inline constexpr uint32_t kGatewayMetric = 50;
+// tarnnetd's probes carry this mark; one rule per family sends them to the probe table, which
+// holds one default route per tracked uplink (metric: its ifindex), so that a probe bound to an
+// uplink leaves through that uplink's gateway whichever uplink has the main table's default.
+inline constexpr uint32_t kProbeTable = 19999;
+inline constexpr uint32_t kProbePriority = 20050;
+inline constexpr uint32_t kProbeMark = 0x7461726e;
 
 // Files and locks.
 inline constexpr char kGatewayRecordsPath[] = "/etc/route-mgt/gateway_priority";
@@ -42,6 +48,9 @@ inline constexpr char kStaticLockPath[] = "/run/tarn/static-route.lock";
 inline constexpr char kRouter6LockPath[] = "/run/tarn/ipv6-router.lock";
 // The router lock around a whole prefix application, taken before kRouter6LockPath.
 inline constexpr char kRouterLockPath[] = "/tmp/lock/lock_ipv6_router";
+// tarnnetd's reachability tracking: its configuration and the scripts run on every change.
+inline constexpr char kTrackingPath[] = "/etc/route-mgt/tracking";
+inline constexpr char kTrackingScriptsDir[] = "/etc/route-mgt/tracking.d";
 // tarnnetd: an interface's disable_ipv6 value while it resets the interface's IPv6 module.
 inline constexpr char kIPv6ResetDir[] = "/run/tarn/ipv6-reset";
 

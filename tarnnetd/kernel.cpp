@@ -65,7 +65,7 @@ bool ReadDefaults(Session& session, int family, Defaults& out) {
         nl_object_get(object);
         out.ours.emplace_back(route);
     };
-    return session.Dump(RTM_GETROUTE, family, restart, take);
+    return session.DumpRoutes(family, {RT_TABLE_MAIN, 0}, restart, take);
 }
 
 bool Install(Session& session, int family, const DefaultRoute& wanted, nl_addr* gateway, int flags, std::string& error) {
@@ -129,7 +129,7 @@ bool ReadProbeRoutes(Session& session, int family, std::vector<tarnlinux::nl::Ro
         nl_object_get(object);
         out.emplace_back(route);
     };
-    return session.Dump(RTM_GETROUTE, family, restart, take);
+    return session.DumpRoutes(family, {tarnlinux::kProbeTable, tarnlinux::kProtoGateway}, restart, take);
 }
 
 bool AddProbeRoute(Session& session, int family, const DefaultRoute& uplink, nl_addr* gateway, std::string& error) {

@@ -17,6 +17,7 @@ if [ -z "${TARN_BENCH_READY:-}" ]; then
     exec unshare --net --mount --propagation private "$0" "$@"
 fi
 
+. "$ROOT/scripts/kea-pd.sh"
 # Binaries, hook and advertisement settings are opened before the private /tmp may hide them.
 exec 3<"$ROOT/build/tarnnetdtool" 4<"$ROOT/build/tarnprefix" 5<"$ROOT/tarnprefix/dhcpcd-hook" 6<"$ROOT/tarnprefix/dnsmasq-ra.conf"
 mount -t tmpfs bench-tmp /tmp
@@ -48,16 +49,7 @@ holder() {
     until [ "$(readlink /proc/$HOLDER/ns/net)" != "$(readlink /proc/self/ns/net)" ]; do sleep 0.02; done
 }
 in_ns() { nsenter -t "$1" -n "${@:2}"; }
-kea_pool() {
-    cat >$W/kea.conf <<EOF
-{ "Dhcp6": { "interfaces-config": { "interfaces": [ "up0" ],
-    "service-sockets-max-retries": 20, "service-sockets-retry-wait-time": 200 },
-  "lease-database": { "type": "memfile", "persist": false }, "server-id": { "type": "LL", "persist": false },
-  "renew-timer": 300, "rebind-timer": 480, "preferred-lifetime": 600, "valid-lifetime": 900,
-  "subnet6": [ { "id": 1, "subnet": "2001:db8:0:1::/64", "interface": "up0",
-    "pd-pools": [ { "prefix": "$1", "prefix-len": 56, "delegated-len": 56 } ] } ] } }
-EOF
-}
+kea_pool() { kea_pd_config up0 2001:db8:0:1::/64 "$1" 300 480 600 900 >$W/kea.conf; }
 
 # The upstream with Kea; the device with lbr0 (a LAN host behind it) and gbr0, dnsmasq and
 # dhcpcd on wan0; the router document lists lbr0, gbr0 and the VPN server.

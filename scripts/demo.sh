@@ -9,6 +9,7 @@
 set -u
 ROOT=$(cd "$(dirname "$0")/.." && pwd)
 . "$ROOT/scripts/private-bus.sh"
+. "$ROOT/scripts/kea-pd.sh"
 
 refuse() {
     echo "demo: $*" >&2
@@ -253,16 +254,7 @@ consumers() {
 }
 
 # kea_pool PREFIX: the upstream's DHCPv6 server delegates the /56 PREFIX, its whole pool, to the device.
-kea_pool() {
-    cat >"$DEV/kea.conf" <<EOF
-{ "Dhcp6": { "interfaces-config": { "interfaces": [ "up1" ],
-    "service-sockets-max-retries": 20, "service-sockets-retry-wait-time": 200 },
-  "lease-database": { "type": "memfile", "persist": false }, "server-id": { "type": "LL", "persist": false },
-  "renew-timer": 30, "rebind-timer": 48, "preferred-lifetime": 60, "valid-lifetime": 90,
-  "subnet6": [ { "id": 1, "subnet": "2001:db8:1::/64", "interface": "up1",
-    "pd-pools": [ { "prefix": "$1", "prefix-len": 56, "delegated-len": 56 } ] } ] } }
-EOF
-}
+kea_pool() { kea_pd_config up1 2001:db8:1::/64 "$1" 30 48 60 90 >"$DEV/kea.conf"; }
 
 # vpn_server: a real OpenVPN server whose package files are where the tool looks; its restart
 # script stops it by its pid file and starts it again with the rewritten configuration.

@@ -6,6 +6,7 @@ set -eu
 # Opened before lib.sh's private /tmp hides them (tarnprefix by the router's helpers, on 7).
 exec 5<"$3" 6<"$4"
 . "$(dirname "$0")/ipv6_router_lib.sh"
+. "$(dirname "$0")/../../scripts/kea-pd.sh"
 . "$(dirname "$0")/lib.sh"
 for prog in kea-dhcp6 dhcpcd dnsmasq; do command -v $prog >/dev/null || skip "no $prog"; done
 T=/tmp/pd
@@ -35,16 +36,7 @@ wait_for() {
 calls_above() { [ "$(wc -l <$T/reasons)" -gt "$1" ]; }
 host_has() { in_ns "$LAN" ip -6 -o addr show dev eth0 to "$1" | grep -v tentative | grep -q "$2"; }
 lifetimes() { ip -6 -o addr show dev "$1" scope global | grep -o 'valid_lft [0-9a-z]* preferred_lft [0-9a-z]*'; }
-kea_conf() {
-    cat >$T/kea.conf <<EOF
-{ "Dhcp6": { "interfaces-config": { "interfaces": [ "up0" ],
-    "service-sockets-max-retries": 20, "service-sockets-retry-wait-time": 200 },
-  "lease-database": { "type": "memfile", "persist": false }, "server-id": { "type": "LL", "persist": false },
-  "renew-timer": 10, "rebind-timer": 16, "preferred-lifetime": 20, "valid-lifetime": 30,
-  "subnet6": [ { "id": 1, "subnet": "2001:db8:0:1::/64", "interface": "up0",
-    "pd-pools": [ { "prefix": "$1", "prefix-len": 56, "delegated-len": 56 } ] } ] } }
-EOF
-}
+kea_conf() { kea_pd_config up0 2001:db8:0:1::/64 "$1" 10 16 20 30 >$T/kea.conf; }
 
 holder && UP=$HOLDER
 holder && LAN=$HOLDER

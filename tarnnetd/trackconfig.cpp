@@ -3,6 +3,7 @@
 #include "hostkit/atomicfile.h"
 #include "hostkit/json.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -97,6 +98,8 @@ bool ParseTrackConfig(const Json::Value& document, TrackConfig& config, std::str
         !Count(document, "", "down", kMaxRounds, defaults.rules.down, error) ||
         !Count(document, "", "up", kMaxRounds, defaults.rules.up, error))
         return false;
+    // Without a timeout of its own, a shorter interval bounds the answers' wait.
+    if (!document.isMember("timeout")) config.timeoutUsec = std::min(config.timeoutUsec, config.intervalUsec);
     if (config.timeoutUsec > config.intervalUsec) return Fail(error, "timeout", "must not be longer than interval");
     const Json::Value& interfaces = document["interfaces"];
     if (!interfaces.isNull() && !interfaces.isObject()) return Fail(error, "interfaces", "must be an object");

@@ -21,6 +21,7 @@ TEST(TrackConfig, Refusals) {
         {R"({})", ""},
         {R"({"interval": 0.05})", "interval: must be a number of seconds from 0.1 to 60"},
         {R"({"timeout": 1})", "timeout: must not be longer than interval"},
+        {R"({"interval": 0.2})", ""},  // the default timeout shrinks to it
         {R"({"down": 1.5})", "down: must be a whole number from 1 to 1000"},
         {R"({"up": 0})", "up: must be a whole number from 1 to 1000"},
         {R"({"probe": 1})", "probe: unknown member"},

@@ -30,6 +30,9 @@ private_dir() {
     mount -t overlay "tarn$name" -o "lowerdir=$1,upperdir=/tmp/.upper$name,workdir=/tmp/.work$name" "$1"
 }
 private_dir /etc
+# Our files start empty whatever the host keeps there, so that a test sees only what it made.
+mkdir -p /etc/route-mgt
+mount -t tmpfs -o mode=0755 tarn-route-mgt /etc/route-mgt
 mount -t tmpfs tarn-run /run
 ip link set lo up
 

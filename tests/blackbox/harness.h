@@ -19,7 +19,6 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -85,13 +84,13 @@ inline Run InChild(const std::function<int()>& body, Millis limit) {
 
 // Takes the line number out of a syslog text, so that rows do not depend on source lines.
 inline void Normalize(Json::Value& event, std::vector<int>& lines) {
-    static const std::regex kSource("^tarnnetdtool:([0-9]+) ");
+    static const std::string source = "tarnnetdtool:";
     if (event["op"] != "syslog" || !event["args"][1].isString()) return;
     std::string text = event["args"][1].asString();
-    std::smatch match;
-    if (!std::regex_search(text, match, kSource)) return;
-    lines.push_back(std::stoi(match[1]));
-    event["args"][1] = "tarnnetdtool:N " + match.suffix().str();
+    size_t digits = text.find_first_not_of("0123456789", source.size());
+    if (text.rfind(source, 0) != 0 || digits == source.size() || digits >= text.size() || text[digits] != ' ') return;
+    lines.push_back(std::stoi(text.substr(source.size(), digits - source.size())));
+    event["args"][1] = source + "N" + text.substr(digits);
 }
 
 // Runs the simulated tool as `argv0` with `args` in a scratch directory, with the scenario text
@@ -112,7 +111,6 @@ inline Run RunSim(const std::vector<std::string>& args, const std::string& scena
     for (std::string& e : envText) envp.push_back(e.data());
     argv.push_back(nullptr);
     envp.push_back(nullptr);
-
     std::string outPath = dir / "out", errPath = dir / "err";
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);

@@ -17,7 +17,6 @@
 
 #include <chrono>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <set>
@@ -33,19 +32,12 @@ namespace blackbox {
 using Millis = std::chrono::milliseconds;
 using namespace std::chrono_literals;
 
-constexpr int kTimedOut = -1;  // status of a process killed at its time limit
-
 struct Run {
     std::string out, err;
-    int status = kTimedOut;  // exit status, or 128 + signal, or kTimedOut
-    Millis took{0};
+    int status = -1;                   // exit status, or 128 + signal, or -1 when killed at its time limit
     std::vector<Json::Value> journal;  // syslog texts as "tarnnetdtool:N <message>" (RunSim only)
     std::vector<int> logLines;         // the line numbers taken out of the syslog texts
 };
-
-inline std::string ReadFile(const std::string& path) {
-    return {std::istreambuf_iterator<char>(std::ifstream(path, std::ios::binary).rdbuf()), {}};
-}
 
 // One event as one journal line (no line end).
 inline std::string Compact(const Json::Value& event) {
@@ -79,7 +71,6 @@ inline Run Await(pid_t pid, Millis limit) {
     while ((done = waitpid(pid, &wstatus, WNOHANG)) == 0 && elapsed() < limit) std::this_thread::sleep_for(1ms);
     if (done == pid) run.status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : 128 + WTERMSIG(wstatus);
     if (done != pid && kill(pid, SIGKILL) == 0) waitpid(pid, nullptr, 0);
-    run.took = elapsed();
     return run;
 }
 
@@ -91,22 +82,36 @@ inline Run InChild(const std::function<int()>& body, Millis limit) {
     return Await(pid, limit);
 }
 
-// Runs the simulated tool as `argv0` with `args` in the directory `dir`, with `env` in place of
-// our own TARNSIM_ variables; standard output and error go to files in `dir`.
-inline Run RunTool(const std::vector<std::string>& args, const std::vector<std::string>& env, const std::string& dir,
-                   Millis limit, const std::string& argv0 = "tarnnetdtool") {
-    std::vector<std::string> argvText{argv0}, envText;
+// Takes the line number out of a syslog text, so that rows do not depend on source lines.
+inline void Normalize(Json::Value& event, std::vector<int>& lines) {
+    static const std::string source = "tarnnetdtool:";
+    if (event["op"] != "syslog" || !event["args"][1].isString()) return;
+    std::string text = event["args"][1].asString();
+    size_t digits = text.find_first_not_of("0123456789", source.size());
+    if (text.rfind(source, 0) != 0 || digits == source.size() || digits >= text.size() || text[digits] != ' ') return;
+    lines.push_back(std::stoi(text.substr(source.size(), digits - source.size())));
+    event["args"][1] = source + "N" + text.substr(digits);
+}
+
+// Runs the simulated tool as `argv0` with `args` in a scratch directory, with the scenario text
+// (none when empty) and a journal in place of our own TARNSIM_ variables, and reads what it did.
+inline Run RunSim(const std::vector<std::string>& args, const std::string& scenario = "",
+                  const std::string& argv0 = "tarnnetdtool") {
+    TempDir dir;
+    std::vector<std::string> argvText{argv0}, envText{"TARNSIM_JOURNAL=" + (dir / "journal")};
     argvText.insert(argvText.end(), args.begin(), args.end());
+    if (!scenario.empty()) {
+        std::ofstream(dir / "scenario.json") << scenario;
+        envText.push_back("TARNSIM_SCENARIO=" + (dir / "scenario.json"));
+    }
     for (char** e = environ; *e != nullptr; ++e)
         if (std::strncmp(*e, "TARNSIM_", 8) != 0) envText.emplace_back(*e);
-    envText.insert(envText.end(), env.begin(), env.end());
     std::vector<char*> argv, envp;
     for (std::string& a : argvText) argv.push_back(a.data());
     for (std::string& e : envText) envp.push_back(e.data());
     argv.push_back(nullptr);
     envp.push_back(nullptr);
-
-    std::string outPath = dir + "/out", errPath = dir + "/err";
+    std::string outPath = dir / "out", errPath = dir / "err";
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
@@ -116,35 +121,9 @@ inline Run RunTool(const std::vector<std::string>& args, const std::vector<std::
     int spawned = posix_spawn(&pid, TARNSIM_BINARY, &actions, nullptr, argv.data(), envp.data());
     posix_spawn_file_actions_destroy(&actions);
     if (spawned != 0) throw std::runtime_error(std::string("cannot start the tool: ") + std::strerror(spawned));
-    Run run = Await(pid, limit);
+    Run run = Await(pid, 30s);
     run.out = ReadFile(outPath);
     run.err = ReadFile(errPath);
-    return run;
-}
-
-// Takes the line number out of a syslog text, so that rows do not depend on source lines.
-inline void Normalize(Json::Value& event, std::vector<int>& lines) {
-    static const std::string source = "tarnnetdtool:";
-    if (event["op"] != "syslog" || !event["args"][1].isString()) return;
-    std::string text = event["args"][1].asString();
-    size_t digits = text.find_first_not_of("0123456789", source.size());
-    if (text.compare(0, source.size(), source) != 0 || digits == source.size() || digits == std::string::npos ||
-        text[digits] != ' ')
-        return;
-    lines.push_back(std::stoi(text.substr(source.size(), digits - source.size())));
-    event["args"][1] = source + "N" + text.substr(digits);
-}
-
-// Runs the simulated tool on the scenario text (none when empty) and reads its journal.
-inline Run RunSim(const std::vector<std::string>& args, const std::string& scenario = "",
-                  const std::string& argv0 = "tarnnetdtool") {
-    TempDir dir;
-    std::vector<std::string> env{"TARNSIM_JOURNAL=" + (dir / "journal")};
-    if (!scenario.empty()) {
-        std::ofstream(dir / "scenario.json") << scenario;
-        env.push_back("TARNSIM_SCENARIO=" + (dir / "scenario.json"));
-    }
-    Run run = RunTool(args, env, dir.Path(), 30s, argv0);
     run.journal = ParseLines(ReadFile(dir / "journal"));
     for (Json::Value& event : run.journal) Normalize(event, run.logLines);
     return run;

@@ -1,4 +1,4 @@
-// A scratch directory for a test, shared by the black-box harness and the in-process tests.
+// A scratch directory and a whole-file read, for the black-box harness and the in-process tests.
 #ifndef TESTS_BLACKBOX_TEMPDIR_H
 #define TESTS_BLACKBOX_TEMPDIR_H
 
@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <string>
 
@@ -30,6 +31,10 @@ public:
 private:
     std::string path_;
 };
+
+inline std::string ReadFile(const std::string& path) {
+    return {std::istreambuf_iterator<char>(std::ifstream(path, std::ios::binary).rdbuf()), {}};
+}
 
 }  // namespace blackbox
 

@@ -38,16 +38,3 @@ holdings() {
 }
 # global6 IFNAME: the interface's global IPv6 addresses, sorted.
 global6() { ip -6 -o addr show dev "$1" scope global | awk '{ print $4 }' | sort | tr '\n' ' '; }
-
-# system_log: the system log in /tmp/syslog, through a private /dev whose programs need only
-# these two.
-system_log() {
-    command -v busybox >/dev/null || skip "no busybox for a system log"
-    mount -t tmpfs tarn-dev /dev
-    mknod -m 666 /dev/null c 1 3
-    mknod -m 444 /dev/urandom c 1 9
-    busybox syslogd -n -O /tmp/syslog &
-    trap "kill $! 2>/dev/null || true" EXIT
-    for _ in $(seq 50); do [ -S /dev/log ] && return; sleep 0.1; done
-    fail "no log socket"
-}

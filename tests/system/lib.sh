@@ -59,3 +59,14 @@ device_ifconfig() {
 # routing_state: rules and routes of both families but the kernel's own, which come and go with
 # IPv6 link-local addresses; what a rerun of an action must leave as it was.
 routing_state() { ip rule; ip -6 rule; { ip route show table all; ip -6 route show table all; } | grep -v ' proto kernel' || true; }
+
+# system_log: the system log in /tmp/syslog, through a private /dev whose programs need only
+# these two.
+system_log() {
+    command -v busybox >/dev/null || skip "no busybox for a system log"
+    mount -t tmpfs tarn-dev /dev && mknod -m 666 /dev/null c 1 3 && mknod -m 444 /dev/urandom c 1 9
+    busybox syslogd -n -O /tmp/syslog &
+    trap "kill $! 2>/dev/null || true" EXIT
+    for _ in $(seq 50); do [ -S /dev/log ] && return; sleep 0.1; done
+    fail "no log socket"
+}

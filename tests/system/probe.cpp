@@ -1,5 +1,5 @@
 // One call of the Linux platform from the command line, for the system tests:
-//   probe lock PATH HOLD_MS | setline PATH KEY LINE | popen|exec PROGRAM [ARG...] | aliases IFNAME
+//   probe lock PATH HOLD_MS | popen|exec PROGRAM [ARG...] | aliases IFNAME
 // Exit status 0 when the call succeeded, 255 (with one line on standard error) otherwise.
 #include "tarncore.h"
 #include "tarnnetsdk.h"
@@ -56,8 +56,7 @@ int Aliases(const char* ifname) {
 int main(int argc, char** argv) {
     std::string call = argc > 1 ? argv[1] : "";
     if (call == "lock" && argc == 4) return Lock(argv[2], std::strtol(argv[3], nullptr, 10));
-    if (call == "setline" && argc == 5) return TLIBCFileSetLine(argv[2], argv[3], argv[4], 0) > 0 ? 0 : Fail("not set");
     if ((call == "popen" || call == "exec") && argc >= 3 && argc <= 9) return Run(call == "popen", argc, argv);
     if (call == "aliases" && argc == 3) return Aliases(argv[2]);
-    return Fail("usage: lock PATH HOLD_MS | setline PATH KEY LINE | popen|exec PROGRAM [ARG...] | aliases IFNAME");
+    return Fail("usage: lock PATH HOLD_MS | popen|exec PROGRAM [ARG...] | aliases IFNAME");
 }

@@ -72,13 +72,8 @@ expect_eq "$("$TOOL" --get-route-tables -4 | tr -d ' \t\n')" '{"lan0":[{"dev":"l
 '{"dev":"lan0","dst":"198.51.100.0/24","metric":0,"protocol":"kernel","scope":"link"}]}' "route tables -4"
 holds "$("$TOOL" --get-route-tables -6)" '"dst" : "2001:db8:3::/64"' "IPv6 connected network in the -6 tables"
 
-# A file or lock in the way fails the refresh, and the log says why. The log goes to /tmp/syslog
-# through a private /dev, whose programs need only these two.
-command -v busybox >/dev/null || skip "no busybox for a system log"
-mount -t tmpfs tarn-dev /dev && mknod -m 666 /dev/null c 1 3 && mknod -m 444 /dev/urandom c 1 9
-busybox syslogd -n -O /tmp/syslog &
-trap "kill $! 2>/dev/null || true" EXIT
-for _ in $(seq 50); do [ -S /dev/log ] && break; sleep 0.1; done
+# A file or lock in the way fails the refresh, and the log says why.
+system_log
 while read -r -u 3 path line; do
     rm -f "$path" && mkdir "$path"
     refresh 255

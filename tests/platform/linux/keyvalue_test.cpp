@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -50,7 +51,6 @@ TEST(KeyValue, WithLine) {
 class KeyValueFile : public ::testing::Test {
 protected:
     void SetUp() override { std::ofstream(path_) << "dev tun0\nserver-ipv6 2001:db8::/64\nkey=\"0123456789\"\n"; }
-    std::string Content() const { return {std::istreambuf_iterator<char>(std::ifstream(path_).rdbuf()), {}}; }
     blackbox::TempDir tmp_;
     fs::path dir_{tmp_.Path()};
     std::string path_{(dir_ / "openvpn.conf").string()};
@@ -69,21 +69,27 @@ TEST_F(KeyValueFile, ValueFitsOrFails) {
     EXPECT_LT(TLIBCFileGetKeyValue(path_.c_str(), "key", buf, sizeof buf, 0), 0);
 }
 
-TEST_F(KeyValueFile, RewriteKeepsModeAndLinkAndRefusalsChangeNothing) {
+// A rewrite replaces the file (a reader sees the old one or the new one, never a mix), keeps its
+// mode, owner and the link to it; refusals change nothing.
+TEST_F(KeyValueFile, RewriteReplacesKeepingModeOwnerAndLinkAndRefusalsChangeNothing) {
     ASSERT_EQ(chmod(path_.c_str(), 0640), 0);
+    ASSERT_TRUE(geteuid() != 0 || chown(path_.c_str(), 1234, 5678) == 0);  // only root gives a file away
+    struct stat before, info;
+    ASSERT_EQ(stat(path_.c_str(), &before), 0);
     fs::create_symlink(path_, dir_ / "link.conf");
     EXPECT_EQ(TLIBCFileSetLine((dir_ / "link.conf").c_str(), "server-ipv6", "server-ipv6 2001:db8:1::/64", 0), 1);
     std::string after = "dev tun0\nserver-ipv6 2001:db8:1::/64\nkey=\"0123456789\"\n";
-    EXPECT_EQ(Content(), after);
-    struct stat info;
+    EXPECT_EQ(blackbox::ReadFile(path_), after);
     ASSERT_EQ(stat(path_.c_str(), &info), 0);
+    EXPECT_NE(info.st_ino, before.st_ino) << "written in place";
     EXPECT_EQ(info.st_mode & 07777, 0640u);
+    EXPECT_EQ(std::pair(info.st_uid, info.st_gid), std::pair(before.st_uid, before.st_gid));
     EXPECT_TRUE(fs::is_symlink(dir_ / "link.conf"));
 
     EXPECT_LE(TLIBCFileSetLine(path_.c_str(), "server-ipv6", "server-ipv6 a\nport 1", 0), 0);
     EXPECT_LE(TLIBCFileSetLine(path_.c_str(), "", "server-ipv6 a", 0), 0);
     EXPECT_LE(TLIBCFileSetLine((dir_ / "missing.conf").c_str(), "server-ipv6", "server-ipv6 a", 0), 0);
-    EXPECT_EQ(Content(), after);
+    EXPECT_EQ(blackbox::ReadFile(path_), after);
     EXPECT_EQ(std::distance(fs::directory_iterator(dir_), fs::directory_iterator()), 2);
 }
 

@@ -70,9 +70,7 @@ TEST(StaticFile, Parse) {
         // text, "dst metric;" per entry (nullptr: refused)
         {"", ""},
         {"# only a comment\n\n", ""},
-        {"default 192.0.2.1 wan0 100 ipv4 # the uplink\n", "default 100;"},
         {"2001:db8::/32 - lan0 0 ipv6\n203.0.113.5 192.0.2.1 - 4294967295 ipv4", "2001:db8::/32 1024;203.0.113.5 4294967295;"},
-        {"default 192.0.2.1 wan0 100\n", nullptr},
         {"default 192.0.2.1 wan0 100 ipv4 x\n", nullptr},
         {"default 192.0.2.1 wan0 100 inet\n", nullptr},
         {"default - - 0 ipv4\n", nullptr},

@@ -89,7 +89,6 @@ Case NoAddress(const char* name, const char* output) {
                    Source("eth1", "198.51.100.10,198.51.100.11"));
 }
 
-
 // clang-format off
 BLACKBOX_SUITE(MultiGateway);
 INSTANTIATE_TEST_SUITE_P(Rows, MultiGateway, ::testing::Values(

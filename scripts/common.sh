@@ -10,6 +10,8 @@ BENCH_PACKAGES=(hyperfine iproute2 util-linux dbus-daemon nftables "${PD_PACKAGE
 
 # The package test builds, checks and installs the package (jq: also the reboot test).
 TEST_PACKAGES+=(jq dpkg-dev file lintian mandoc dbus net-tools)
+# Tests that need kernel parts the host lacks boot Debian's kernel under qemu (vm-kernel.sh).
+TEST_PACKAGES+=(qemu-system-x86)
 
 # build DIR [cmake options...]: configures (again, so that options given now take effect over
 # an existing build directory), then builds incrementally.

@@ -4,6 +4,7 @@ set -euo pipefail
 ROOT=$(cd "$(dirname "$0")/.." && pwd)
 . "$ROOT/scripts/common.sh"
 "$ROOT/scripts/deps.sh" "${BUILD_PACKAGES[@]}" ${TEST_PACKAGES[@]+"${TEST_PACKAGES[@]}"}
+"$ROOT/scripts/vm-kernel.sh" "$ROOT/build-vm" || echo "no kernel for a virtual machine: tests that need one skip" >&2
 build "$ROOT/build" -DBUILD_TESTING=ON
 build "$ROOT/build-asan" -DBUILD_TESTING=ON -DTARN_SANITIZE=ON
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1

@@ -87,6 +87,21 @@ for i in $(seq 50); do "$TOOL" --add-gateway-info -4 "$i" "many$i" 192.0.2.1 192
 for pid in "${pids[@]}"; do wait "$pid" || fail "one of 50 concurrent adds failed"; done
 expect_eq "$("$TOOL" --get-gateway-list-data -4 | grep -c '"ifname" : "many')" 50 "records of 50 concurrent clients"
 
+# Queries from nobody that do not wait for their answers come faster than lists of 25,000 records
+# could be written out anew for each; a change among them is still answered within its bound.
+daemon_stop
+awk 'BEGIN { printf "{\"version\":1,\"GTYPE_V4\":{\"slaves\":[],\"records\":["
+    for (i = 0; i < 25000; i++)
+        printf "%s{\"ifname\":\"q%d\",\"gateway\":\"192.0.2.1\",\"dns\":\"192.0.2.53\",\"priority\":%d,\"class\":\"\"}", i ? "," : "", i, i
+    print "]}}" }' >/etc/route-mgt/gateway_priority
+daemon_start
+"${AS_NOBODY[@]}" sh -c 'while busctl --system --expect-reply=no call net.tarn.Netd1 /net/tarn/Netd1 net.tarn.Netd1 \
+    GetGatewayList s "{\"type\":\"GTYPE_V4\"}"; do :; done' 2>/dev/null &
+queries=$!
+sleep 0.5
+within 10 "$TOOL" --add-gateway-info -4 1 q0 192.0.2.2 192.0.2.53 || fail "a change among queries of 25,000 records"
+kill "$queries"
+
 daemon_stop
 expect_eq "$STOPPED" 0 "exit status after SIGTERM"
 expect_eq "$("$TOOL" --is-server-ready)" 0 "ready after SIGTERM"

@@ -31,7 +31,8 @@ expect_eq "$(defaults -4)" "192.0.2.1 wan0 tarn-gateway 50
 expect_eq "$(tr '\n' , </etc/iproute2/rt_protos.d/tarn.conf)" "201 tarn-gateway,202 tarn-policy,203 tarn-static,204 tarn-tunnel," "our protocols named"
 
 # A move never leaves a moment without a default route: the kernel hears of the new one first.
-ip -4 monitor route >/tmp/monitor 2>&1 &
+# Monitors are bounded in time: a failure before their kill must not leave them behind.
+timeout 10 ip -4 monitor route >/tmp/monitor 2>&1 &
 monitor=$!
 sleep 0.2
 tool --set-slave-data -4 wan0 yes

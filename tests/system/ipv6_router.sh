@@ -33,7 +33,7 @@ write_document wan0 '{"type": "native", "prefix": "2001:db8:1200::/56",
   "consumers": [{"owner": "lbr0"}, {"owner": "gbr0"}, {"owner": "ovpn"}]}'
 # events COMMAND...: the address events that COMMAND causes, between two marks on wan0p.
 events() {
-    stdbuf -oL ip -o monitor address >/tmp/mon & mon=$!
+    timeout 30 stdbuf -oL ip -o monitor address >/tmp/mon & mon=$!
     mark 1 && "$@" >/dev/null && mark 2
     kill $mon
     sed -n '/203\.0\.113\.1\//,/203\.0\.113\.2\//p' /tmp/mon | grep -v '203\.0\.113\.' || true

@@ -49,8 +49,6 @@ while IFS='|' read -r what action want; do
 done <<'ROWS'
 wan0 marked slave|tool --set-slave-data -4 wan0 yes|198.51.100.1 wan1 tarn-gateway 50
 mark cleared|tool --set-slave-data -4 wan0 no|192.0.2.1 wan0 tarn-gateway 50
-wan0 link down|ip link set wan0 down|198.51.100.1 wan1 tarn-gateway 50
-wan0 link up|ip link set wan0 up|192.0.2.1 wan0 tarn-gateway 50
 wan0 carrier lost, still up|ip link set wan0p down|198.51.100.1 wan1 tarn-gateway 50
 carrier back|ip link set wan0p up|192.0.2.1 wan0 tarn-gateway 50
 wan0 up without its address|ip addr del 192.0.2.2/24 dev wan0|198.51.100.1 wan1 tarn-gateway 50

@@ -9,7 +9,6 @@
 #include <sys/stat.h>
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <filesystem>
 
 namespace {

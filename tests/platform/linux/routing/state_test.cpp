@@ -3,17 +3,12 @@
 #include "routing/routing.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <filesystem>
-#include <fstream>
 
 namespace {
 
 using namespace tarnroute;
-namespace fs = std::filesystem;
 
 Prefix P(int family, const char* text) {
     std::string why;

@@ -23,7 +23,6 @@ done
 refused "$TOOL" --apply-new-prefix wan0
 
 ok "$TOOL" --init-ipv6-router wan0 native
-ok "$TOOL" --init-ipv6-router wan0 native
 expect_eq "$(cat /proc/sys/net/ipv6/conf/wan0/accept_ra /proc/sys/net/ipv6/conf/all/forwarding)" "2
 1" "accept_ra and forwarding"
 holds "$(cat $STORE/wan0)" '"type" : "native"' "stored type"

@@ -20,7 +20,6 @@ for args in "wan0 bogus" "wan0 NATIVE" "nosuch0 native" "../x native"; do
     refused "$TOOL" --init-ipv6-router $args
 done
 [ ! -e $STORE/wan0 ] || fail "a refused router left a document"
-refused "$TOOL" --apply-new-prefix wan0
 
 ok "$TOOL" --init-ipv6-router wan0 native
 expect_eq "$(cat /proc/sys/net/ipv6/conf/wan0/accept_ra /proc/sys/net/ipv6/conf/all/forwarding)" "2

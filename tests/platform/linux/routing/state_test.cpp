@@ -59,7 +59,6 @@ TEST(StaticFile, Parse) {
         {"default - - 0 ipv4\n", nullptr},
         {"default 2001:db8::1 - 0 ipv4\n", nullptr},
         {"203.0.113.1/24 - lan0 0 ipv4\n", nullptr},
-        {"default 192.0.2.1 - 4294967296 ipv4\n", nullptr},
         {"default 192.0.2.1 - -1 ipv4\n", nullptr},
         {"default 192.0.2.1 - 0 ipv4\ndefault 192.0.2.2 - 0 ipv4\n", nullptr},
         {"default 192.0.2.1 - 0 ipv4\ndefault 192.0.2.2 - 1 ipv4\n", "default 0;default 1;"},

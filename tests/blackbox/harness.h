@@ -148,7 +148,6 @@ inline bool IsBookkeeping(const Json::Value& event) {
     return !event.isMember("args") && cls != "Router6" && (method == cls || method == "~" + cls);
 }
 
-// Whether `actual` has every member of `expected` with an equal value.
 inline bool Matches(const Json::Value& actual, const Json::Value& expected) {
     for (const std::string& key : expected.getMemberNames())
         if (!actual.isMember(key) || actual[key] != expected[key]) return false;
@@ -182,7 +181,6 @@ struct Case {
     Journal check = Journal::Effects;
 };
 
-// Runs the case and reports every difference.
 inline void Check(const Case& c) {
     Run run = RunSim(c.args, c.scenario);
     EXPECT_EQ(run.out, c.out) << "standard output";
@@ -192,7 +190,6 @@ inline void Check(const Case& c) {
     for (int line : run.logLines) EXPECT_GT(line, 0) << "log line number";
 }
 
-// gtest parameter names from Case::name.
 struct CaseName {
     std::string operator()(const ::testing::TestParamInfo<Case>& info) const { return info.param.name; }
 };

@@ -34,7 +34,6 @@ while read -r -u 3 fam nd wan1net wan1gw wan2net aliasnet wan2gw lannet far near
     ip "$fam" route add "$near" dev wan1 table wan1
     converges --enable-route-table "$fam" wan2 "$wan2,$alias"
     route_from "$fam" "$wan2" "$far" "via $wan2gw dev wan2 table wan2"
-    route_from "$fam" "$alias" "$far" "via $wan2gw dev wan2 table wan2"
     route_from "$fam" "$wan1" "$far" "via $wan1gw dev wan1 table wan1"
     route_from "$fam" "$lan" "$far" "via $wan1gw dev wan1 "
     route_from "$fam" "$wan2" "$near" "$near from $wan2 dev lan0 "

@@ -31,7 +31,6 @@ cat >"$FILE" <<'EOF'
 2001:db8:ff::/48  2001:db8:3::fe   lan0       0       ipv6
 EOF
 refresh 0
-expect_eq "$(sed -n 4p /etc/iproute2/rt_protos.d/tarn.conf)" "204 tarn-tunnel" "the tunnel's protocol named too"
 expect_eq "$(ours | tr '\n' ,)" "192.0.2.10 dev lan0 scope link ,203.0.113.0/25 via 198.51.100.254 dev lan0 metric 10 ,\
 203.0.113.128/25 via 198.51.100.253 dev lan0 ,2001:db8:ff::/48 via 2001:db8:3::fe dev lan0 metric 1024 pref medium," "static routes made"
 

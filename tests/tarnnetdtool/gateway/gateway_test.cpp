@@ -89,7 +89,6 @@ INSTANTIATE_TEST_SUITE_P(Actions, Gateway, ::testing::Values(
 INSTANTIATE_TEST_SUITE_P(Rows, Gateway, ::testing::Values(
     Case{"ListStyled", kList4, kList, kStyled, "", 0, "", Journal::Ignore},
     Case{"ListNull", kList4, Gateways("null"), "[]\n\n", "", 0, "", Journal::Ignore},
-    Case{"ClassWholeInListOrder", kByClass, kList, "eth0,eth1\n", "", 0, "", Journal::Ignore},
     Case{"ClassOne", {"--get-interface-by-class", "-4", "lan"}, kList, "lbr0\n", "", 0, "", Journal::Ignore},
     Case{"RecordNull", kRecord, Record("null"), kEmptyRecord, "", 0, "", Journal::Ignore},
     Case{"ListObject", kList4, Gateways(R"({"ifname": "eth0"})"), "", "Failed to GetGatewayListData\n", 255, "", Journal::Ignore},

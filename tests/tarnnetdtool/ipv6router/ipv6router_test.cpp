@@ -93,7 +93,6 @@ const std::string kStored =
 // clang-format off
 BLACKBOX_SUITE(IPv6Router);
 INSTANTIATE_TEST_SUITE_P(Walk, IPv6Router, ::testing::Values(
-    Row("FailedReleaseKeepsCandidate", kApply, Eth1(kP0 + "/56", Pairs("lan", "wlan"), R"(, "results": {"Router6Prefix.Deallocate": [false]})"), 0, Walked(Pool("Deallocate", kA, "lan", false) + Log(6, "Failed to deallocate IPv6 prefix: " + kA) + Moved(kB, "wlan", kP0))),
     Row("FailedAllocationKeepsCursor", kApply, Eth1(kP0 + "/56", Pairs("lan", "wlan"), R"(, "results": {"Router6Prefix.Allocate": [false]})"), 0, Walked(Pool("Deallocate", kA, "lan") + Pool("Allocate", kP0, "lan", false) + Log(6, "Failed to allocate IPv6 prefix: " + kP0) + Moved(kB, "wlan", kP0))),
     Row("VpnFollowsCandidate", kApply, Eth1(kP0 + "/56", Pairs("ovpn", "ovpn"), kVpnOn + R"(, "results": {"Router6Prefix.Deallocate": [false]})"), 0, Walked(VpnMoved(kP0) + Pool("Deallocate", kA, "ovpn", false) + Log(6, "Failed to deallocate IPv6 prefix: " + kA) + VpnMoved(kP0) + Moved(kB, "ovpn", kP0))),
     Row("VpnIPv6UpperCase", kApply, Vpn("YES"), 0, Walked(VpnQuery(4) + Moved(kB, "ovpn", kP0))),

@@ -3,41 +3,24 @@
 #include "routing/routing.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <filesystem>
-#include <fstream>
 
 namespace {
 
 using namespace tarnroute;
-namespace fs = std::filesystem;
 
 Prefix P(int family, const char* text) {
     std::string why;
     return ParseDestination(family, text, why).value_or(Prefix{});
 }
 
-TEST(State, RoundTripAndTableNumbers) {
+TEST(State, TableNumbers) {
     PolicyState state;
     InterfaceState* wan = EntryFor(state, "wan0");
     ASSERT_NE(wan, nullptr);
-    wan->ipv4.enabled = true;
-    wan->ipv4.source = {P(AF_INET, "192.0.2.10"), P(AF_INET, "192.0.2.11")};
-    wan->ipv4.rules["multi-gateway"] = StoredRule{P(AF_INET, "default"), P(AF_INET, "192.0.2.1")};
-    wan->ipv6.rules["lan"] = StoredRule{P(AF_INET6, "2001:db8:5::/48"), std::nullopt};
     EXPECT_EQ(EntryFor(state, "1234")->table, kFirstTable + 1);
     EXPECT_EQ(EntryFor(state, "wan0"), wan);
-
-    std::string why;
-    std::optional<PolicyState> back = ParseState(StateText(state), why);
-    ASSERT_TRUE(back) << why;
-    EXPECT_EQ(StateText(*back), StateText(state));
-    EXPECT_EQ(back->at("wan0").ipv4.source.size(), 2u);
-    EXPECT_FALSE(back->at("wan0").ipv6.rules.at("lan").gateway);
-
     // A freed number is taken again; names iproute2 would misread keep their number.
     state.erase("wan0");
     EXPECT_EQ(EntryFor(state, "wan1")->table, kFirstTable);
@@ -76,7 +59,6 @@ TEST(StaticFile, Parse) {
         {"default - - 0 ipv4\n", nullptr},
         {"default 2001:db8::1 - 0 ipv4\n", nullptr},
         {"203.0.113.1/24 - lan0 0 ipv4\n", nullptr},
-        {"default 192.0.2.1 - 4294967296 ipv4\n", nullptr},
         {"default 192.0.2.1 - -1 ipv4\n", nullptr},
         {"default 192.0.2.1 - 0 ipv4\ndefault 192.0.2.2 - 0 ipv4\n", nullptr},
         {"default 192.0.2.1 - 0 ipv4\ndefault 192.0.2.2 - 1 ipv4\n", "default 0;default 1;"},

@@ -1,7 +1,6 @@
-// What every file and document of ours goes through: the atomic rewrite (directories made, an
-// unchanged file left alone, no temporary left, a link never followed) and strict JSON.
+// The atomic rewrite that every file we own goes through: directories made, an unchanged file
+// left alone, no temporary left, and a link never followed.
 #include "hostkit/atomicfile.h"
-#include "hostkit/json.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -44,24 +43,6 @@ TEST_F(AtomicFile, WritesMakesDirectoriesAndRefusesLinks) {
     EXPECT_EQ(ReadRegular(link.string(), text), ReadResult::kRefused);
     EXPECT_TRUE(fs::is_symlink(link));
     EXPECT_EQ(ReadRegular((dir_ / "missing").string(), text), ReadResult::kMissing);
-}
-
-TEST(StrictJson, TakesOneValueAndNothingElse) {
-    const std::string deep = std::string(1001, '[') + std::string(1001, ']');
-    const struct {
-        std::string text;
-        bool ok;
-    } rows[] = {
-        {R"({"a": "x/y", "b": [1, "\"/*"]})", true}, {R"({"a": 1 /* c */})", false},
-        {"{\"a\": 1, // c\n\"b\": 2}", false},       {"{\"a\": 1}\n// c\n", false},
-        {"\xEF\xBB\xBF{\"a\": 1}", false},           {deep, false},
-    };
-    for (const auto& row : rows) {
-        Json::Value value;
-        std::string why;
-        EXPECT_EQ(tarnlinux::ParseStrictJson(row.text, value, &why), row.ok) << row.text.substr(0, 40);
-        EXPECT_EQ(why.empty(), row.ok) << why;
-    }
 }
 
 }  // namespace

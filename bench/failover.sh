@@ -9,9 +9,7 @@ ROOT=$(cd "$(dirname "$0")/.." && pwd)
 
 if [ -z "${TARN_BENCH_READY:-}" ]; then
     . "$ROOT/scripts/common.sh"
-    "$ROOT/scripts/deps.sh" "${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}" "${BENCH_PACKAGES[@]}"
-    build "$ROOT/build" -DBUILD_TESTING=ON
-    export TARN_BENCH_READY=1
+    bench_build -DBUILD_TESTING=ON
 fi
 set -- "$ROOT/build/tarnnetdtool" "$ROOT/build/tests/platform_probe" "$ROOT/build/tarnnetd/tarnnetd"
 . "$ROOT/tests/system/bus.sh"

@@ -7,9 +7,7 @@ ROOT=$(cd "$(dirname "$0")/.." && pwd)
 
 if [ -z "${TARN_BENCH_READY:-}" ]; then
     . "$ROOT/scripts/common.sh"
-    "$ROOT/scripts/deps.sh" "${BUILD_PACKAGES[@]}" "${BENCH_PACKAGES[@]}"
-    build "$ROOT/build"
-    export TARN_BENCH_READY=1
+    bench_build
     if [ "$(id -u)" = 0 ] && unshare --net true 2>/dev/null; then
         exec unshare --net "$0" "$@"
     fi

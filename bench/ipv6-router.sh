@@ -11,13 +11,11 @@ CONSUMERS=16
 if [ -z "${TARN_BENCH_READY:-}" ]; then
     [ "$(id -u)" = 0 ] || { echo "needs root for its own namespaces" >&2; exit 1; }
     . "$ROOT/scripts/common.sh"
-    "$ROOT/scripts/deps.sh" "${BUILD_PACKAGES[@]}" "${BENCH_PACKAGES[@]}"
-    build "$ROOT/build"
+    bench_build
     # shellcheck disable=SC2046
     g++ -std=c++17 -O2 -Wall -Wextra -Werror -I "$ROOT/platform/api" -I "$ROOT/platform/linux" $(pkg-config --cflags jsoncpp) \
         -o "$ROOT/build/enum64" "$ROOT/bench/enum64.cpp" "$ROOT/platform/linux/router6/prefix.cpp" \
         "$ROOT/platform/linux/hostkit/inet.cpp"
-    export TARN_BENCH_READY=1
     exec unshare --net --mount --propagation private "$0" "$@"
 fi
 

@@ -11,9 +11,7 @@ RUNS=10
 if [ -z "${TARN_BENCH_READY:-}" ]; then
     [ "$(id -u)" = 0 ] || { echo "needs root for its own namespaces" >&2; exit 1; }
     . "$ROOT/scripts/common.sh"
-    "$ROOT/scripts/deps.sh" "${BUILD_PACKAGES[@]}" "${BENCH_PACKAGES[@]}"
-    build "$ROOT/build"
-    export TARN_BENCH_READY=1
+    bench_build
     exec unshare --net --mount --propagation private "$0" "$@"
 fi
 

@@ -9,8 +9,7 @@ ROOT=$(cd "$(dirname "$0")/.." && pwd)
 
 if [ -z "${TARN_BENCH_READY:-}" ]; then
     . "$ROOT/scripts/common.sh"
-    "$ROOT/scripts/deps.sh" "${BUILD_PACKAGES[@]}" "${BENCH_PACKAGES[@]}"
-    build "$ROOT/build"
+    bench_build
     if [ "$(id -u)" != 0 ] || ! unshare --net --mount true 2>/dev/null; then
         echo "needs root and network and mount namespaces: the tool changes routing and /etc" >&2
         exit 77

@@ -6,7 +6,7 @@ BUILD_PACKAGES=(cmake make g++ pkg-config libjsoncpp-dev libboost-dev libgtest-d
 PD_PACKAGES=(kea-dhcp6-server dhcpcd-base dnsmasq-base openvpn openssl)
 TEST_PACKAGES=(busybox iproute2 util-linux dbus-daemon systemd libglib2.0-bin nftables "${PD_PACKAGES[@]}")
 DEMO_PACKAGES=(busybox iproute2 util-linux dbus-daemon nftables "${PD_PACKAGES[@]}")
-BENCH_PACKAGES=(hyperfine iproute2 util-linux dbus-daemon nftables "${PD_PACKAGES[@]}")
+BENCH_PACKAGES=(hyperfine busybox iproute2 util-linux dbus-daemon systemd nftables "${PD_PACKAGES[@]}")
 
 # The package test builds, checks and installs the package (jq: also the reboot test).
 TEST_PACKAGES+=(jq dpkg-dev file lintian mandoc dbus net-tools)
@@ -20,4 +20,12 @@ build() {
     shift
     cmake -S "$ROOT" -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >/dev/null
     cmake --build "$dir" -j "$(nproc)" -- --no-print-directory >/dev/null
+}
+
+# bench_build [cmake options...]: a benchmark's packages and build/; TARN_BENCH_READY tells the
+# benchmark's re-run in its namespaces that this is done.
+bench_build() {
+    "$ROOT/scripts/deps.sh" "${BUILD_PACKAGES[@]}" "${BENCH_PACKAGES[@]}"
+    build "$ROOT/build" "$@"
+    export TARN_BENCH_READY=1
 }

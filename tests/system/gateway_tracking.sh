@@ -134,4 +134,15 @@ for i in $(seq 100); do ip -n up1 link set wan1p down; ip -n up1 link set wan1p 
 wait "$caller"
 expect_eq "$(cat /tmp/calls)" "" "calls during the flaps"
 moves_to wan1 2 >/dev/null
+
+# A burst past the receive buffer while the daemon stands still, then carrier loss: it reads
+# everything again, and goes on hearing the kernel after the overrun.
+kill -STOP "$DAEMON_PID"
+printf 'address add 198.51.100.200/32 dev lo\naddress del 198.51.100.200/32 dev lo\n%.0s' $(seq 4000) | ip -batch -
+ip -n up1 link set wan1p down
+kill -CONT "$DAEMON_PID"
+moves_to wan2 2 >/dev/null
+holds "$(cat "$DAEMON_LOG")" "notifications lost (" "the overrun's log line"
+ip -n up1 link set wan1p up
+moves_to wan1 2 >/dev/null
 echo ok

@@ -11,9 +11,6 @@ DAEMON=/tmp/bin/tarnnetd
 DAEMON_LOG=/tmp/tarnnetd.log
 export DBUS_SYSTEM_BUS_ADDRESS=unix:path=$BUS_DIR/socket
 
-# wait_for TRIES COMMAND...: runs COMMAND every 0.1 s until it succeeds; false after TRIES.
-wait_for() { local i; for i in $(seq "$1"); do "${@:2}" >/dev/null 2>&1 && return; sleep 0.1; done; return 1; }
-
 bus_start() {
     command -v dbus-daemon >/dev/null && command -v busctl >/dev/null || skip "no dbus-daemon or busctl"
     mkdir -p "$BUS_DIR/system.d"

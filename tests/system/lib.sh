@@ -3,8 +3,7 @@
 # own with a private /tmp, /run and /etc, so that nothing reaches the host; else exits 77 (skipped).
 TOOL=$1
 PROBE=$2
-skip() { echo "skipped: $*"; exit 77; }
-fail() { echo "FAIL: $*" >&2; exit 1; }
+. "$(dirname "$0")/assert.sh"
 if [ -z "${TARN_IN_NAMESPACES:-}" ]; then
     [ "$(id -u)" = 0 ] || skip "needs root"
     command -v unshare >/dev/null && command -v ip >/dev/null || skip "no unshare or ip"
@@ -35,14 +34,6 @@ mkdir -p /etc/route-mgt
 mount -t tmpfs -o mode=0755 tarn-route-mgt /etc/route-mgt
 mount -t tmpfs tarn-run /run
 ip link set lo up
-
-expect_eq() { [ "$1" = "$2" ] || fail "$3: expected [$2], got [$1]"; }
-# holds TEXT PART WHAT: TEXT contains PART.
-holds() { case "$1" in *"$2"*) ;; *) fail "$3: expected [$2] in [$1]" ;; esac; }
-# status COMMAND...: prints COMMAND's exit status, its output dropped.
-status() { local s=0; "$@" >/dev/null 2>&1 || s=$?; echo $s; }
-ok() { "$@" || fail "$*: exit status $?"; }
-refused() { ! "$@" 2>/dev/null || fail "$* succeeded"; }
 
 # veth NAME...: each NAME with its peer NAMEp, both up (the kernel here has no dummy interfaces).
 veth() { local n; for n; do ip link add "$n" type veth peer name "${n}p" && ip link set "$n" up && ip link set "${n}p" up; done; }

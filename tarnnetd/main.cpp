@@ -13,9 +13,12 @@
 #include <signal.h>
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
+#include <sys/stat.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -126,6 +129,14 @@ struct EventUnref {
 // Set when the log already goes to standard error too.
 bool logsToStderr = false;
 
+// Under systemd standard error is a journal stream, which holds the log lines already.
+bool StderrIsJournal() {
+    const char* stream = std::getenv("JOURNAL_STREAM");
+    struct stat status {};
+    if (stream == nullptr || fstat(STDERR_FILENO, &status) != 0) return false;
+    return stream == std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
+}
+
 // A reason not to run is also told to whoever started the daemon.
 int Die(const std::string& message) {
     syslog(LOG_ERR, "%s", message.c_str());
@@ -202,7 +213,7 @@ int main(int argc, char** argv) {
             return kExitUsage;
         }
     }
-    logsToStderr = (logOptions & LOG_PERROR) != 0;
+    logsToStderr = (logOptions & LOG_PERROR) != 0 || StderrIsJournal();
     openlog("tarnnetd", logOptions, LOG_DAEMON);
     Service service(path);
     std::string error;

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # vm-kernel.sh DIR: Debian's kernel in DIR/vmlinuz and a small initramfs in DIR/initrd.img, for the
-# system tests that need kernel parts the host lacks (tests/system/vm.sh boots them). Quick when
-# DIR already has both, made by this script as it stands.
+# system tests that need kernel parts the host lacks or a system of their own (tests/system/vm.sh
+# boots them). Quick when DIR already has both, made by this script as it stands.
 set -euo pipefail
 DIR=$(realpath -m "$1")
 stamp=$(sha256sum "$0" | cut -c1-16)
@@ -42,14 +42,17 @@ done
 for applet in sh mount modprobe mkdir switch_root poweroff; do ln -s busybox "$initrd/bin/$applet"; done
 cat >"$initrd/init" <<EOF
 #!/bin/sh
-# The host's root read-only, with /run and /dev of the guest's own, the job's folder writable at
-# /run/job; then the job's script.
+# The host's root under an overlay whose writes stay in memory, with /run and /dev of the guest's
+# own, the job's folder writable at /run/job; then the job's script.
 mount -t proc proc /proc
 mount -t devtmpfs dev /dev
 for module in ${MODULES[*]}; do modprobe \$module; done
 options=trans=virtio,version=9p2000.L,msize=262144
-mount -t 9p -o ro,\$options host /root && mount -t tmpfs run /root/run && mkdir /root/run/job &&
-    mount -t 9p -o \$options job /root/run/job || { echo "vm: cannot mount the host's root"; poweroff -f; }
+mkdir /host /upper
+mount -t 9p -o ro,\$options host /host && mount -t tmpfs upper /upper && mkdir /upper/data /upper/work &&
+    mount -t overlay -o lowerdir=/host,upperdir=/upper/data,workdir=/upper/work root /root &&
+    mount -t tmpfs run /root/run && mkdir /root/run/job && mount -t 9p -o \$options job /root/run/job ||
+    { echo "vm: cannot mount the host's root"; poweroff -f; }
 mount -t sysfs sys /root/sys
 mount --move /proc /root/proc
 mount --move /dev /root/dev

@@ -11,9 +11,7 @@ if [ -z "${TARN_IN_VM:-}" ]; then
     [ "$(id -u)" = 0 ] || skip "needs root"
     vm_ready || skip "no virtual machine (scripts/vm-kernel.sh)"
     for program in cpack systemctl dbus-daemon busctl; do command -v $program >/dev/null || skip "no $program"; done
-    # In the build tree: the guest's systemd hides the host's /tmp.
-    work=$3/package-boot
-    rm -rf "$work" && mkdir "$work"
+    work=$(mktemp -d)
     cpack --config "$3/CPackConfig.cmake" -B "$work" >"$work/cpack.log" 2>&1 || { cat "$work/cpack.log"; exit 1; }
     result=0
     vm_boot "$0" "$@" "$(echo "$work"/*.deb)" || result=$?

@@ -11,9 +11,11 @@ vm_ready() { [ -s "${TARN_VM_DIR:-}/vmlinuz" ] && command -v qemu-system-x86_64 
 # not finish), run in this folder as the machine's only program.
 vm_run() { vm_start 'sh /run/job/job; busybox poweroff -f' "$@"; }
 
-# vm_boot COMMAND ARG...: the same, with the machine booted into systemd, COMMAND its one job.
+# vm_boot COMMAND ARG...: the same, with the machine booted into systemd, COMMAND its one job;
+# /tmp is not emptied at boot, so that it still shows the host's.
 vm_boot() {
-    vm_start 'printf "[Unit]\nSuccessAction=poweroff-immediate\nFailureAction=poweroff-immediate\n[Service]\nType=oneshot\nExecStart=/bin/sh /run/job/job\n" >/etc/systemd/system/vm-job.service
+    vm_start 'ln -s /dev/null /etc/tmpfiles.d/tmp.conf
+printf "[Unit]\nSuccessAction=poweroff-immediate\nFailureAction=poweroff-immediate\n[Service]\nType=oneshot\nExecStart=/bin/sh /run/job/job\n" >/etc/systemd/system/vm-job.service
 exec /lib/systemd/systemd --unit=vm-job.service' "$@"
 }
 

@@ -12,14 +12,15 @@ if [ -z "${TARN_IN_VM:-}" ]; then
     vm_ready || skip "no virtual machine (scripts/vm-kernel.sh)"
     for program in cpack systemctl dbus-daemon busctl; do command -v $program >/dev/null || skip "no $program"; done
     work=$(mktemp -d)
+    trap 'rm -rf "$work"' EXIT
     cpack --config "$3/CPackConfig.cmake" -B "$work" >"$work/cpack.log" 2>&1 || { cat "$work/cpack.log"; exit 1; }
     result=0
     vm_boot "$0" "$@" "$(echo "$work"/*.deb)" || result=$?
-    rm -rf "$work"
     exit "$result"
 fi
 
-# The host image's ban on starting services, and man-db's index, slow under emulation.
+# A host's ban on starting services (containers' images have one), and man-db's index, slow
+# under emulation.
 rm -f /usr/sbin/policy-rc.d /var/lib/man-db/auto-update
 ok dpkg -i "$4" >/dev/null
 expect_eq "$(systemctl is-active tarnnetd.service)" active "tarnnetd after the install"

@@ -33,10 +33,10 @@ ip -n up addr add 198.51.100.1/24 dev wan1p && ip -n up link set wan1p up
 echo '{"interfaces": {"wan1": {"targets": ["198.51.100.1"]}}}' >/etc/route-mgt/tracking
 ok systemctl reload tarnnetd.service
 ok tarnnetdtool --add-gateway-info -4 1 wan1 198.51.100.1 198.51.100.53 wan
-wait_for 50 sh -c 'ip route show default | grep -q "via 198.51.100.1 dev wan1 proto tarn-gateway metric 50"' ||
+wait_for 100 sh -c 'ip route show default | grep -q "via 198.51.100.1 dev wan1 proto tarn-gateway metric 50"' ||
     fail "no default route via wan1: $(ip route show default)"
 online() { busctl --system call net.tarn.Netd1 /net/tarn/Netd1 net.tarn.Netd1 GetUplinkState s '{}' | grep -q 'state\\":\\"online'; }
-wait_for 50 online || fail "wan1 not online: $(journalctl -u tarnnetd.service --no-pager | tail -n 5)"
+wait_for 100 online || fail "wan1 not online: $(journalctl -u tarnnetd.service --no-pager | tail -n 5)"
 ok tarnnetdtool --reset-ipv6-module wan1
 
 pid=$(systemctl show -p MainPID --value tarnnetd.service)

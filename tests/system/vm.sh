@@ -12,15 +12,18 @@ vm_ready() { [ -s "${TARN_VM_DIR:-}/vmlinuz" ] && command -v qemu-system-x86_64 
 vm_run() { vm_start 'sh /run/job/job; busybox poweroff -f' "$@"; }
 
 # vm_boot COMMAND ARG...: the same, with the machine booted into systemd, COMMAND its one job;
-# /tmp is not emptied at boot, so that it still shows the host's.
+# /tmp is not emptied at boot, so that it still shows the host's. A container's marker of the
+# host would make systemd take the machine for a container and ignore the kernel's command line.
 vm_boot() {
-    vm_start 'ln -s /dev/null /etc/tmpfiles.d/tmp.conf
+    vm_start 'rm -f /.dockerenv
+ln -s /dev/null /etc/tmpfiles.d/tmp.conf
 printf "[Unit]\nSuccessAction=poweroff-immediate\nFailureAction=poweroff-immediate\n[Service]\nType=oneshot\nExecStart=/bin/sh /run/job/job\n" >/etc/systemd/system/vm-job.service
 exec /lib/systemd/systemd --unit=vm-job.service' "$@"
 }
 
 # vm_start INIT COMMAND ARG...: the machine with INIT as its first process; /run/job/job runs
-# COMMAND. Emulated, not KVM: nested KVM stalled here.
+# COMMAND. Emulated, not KVM: nested KVM stalled here. The host's fstab and crypttab name
+# devices the machine lacks, and systemd would wait for them.
 vm_start() {
     local job status
     job=$(mktemp -d)
@@ -37,7 +40,7 @@ echo \$? >/run/job/status
 JOB
     timeout 200 qemu-system-x86_64 -accel tcg -m 1024 -smp 2 -nodefaults -no-reboot -display none \
         -serial "file:$job/console" -kernel "$TARN_VM_DIR/vmlinuz" -initrd "$TARN_VM_DIR/initrd.img" \
-        -append "console=ttyS0 panic=-1 quiet" \
+        -append "console=ttyS0 panic=-1 quiet fstab=no luks=no" \
         -virtfs local,path=/,mount_tag=host,security_model=none,readonly=on,multidevs=remap \
         -virtfs "local,path=$job,mount_tag=job,security_model=none" </dev/null 2>"$job/qemu" || true
     cat "$job/output" 2>/dev/null || true

@@ -3,7 +3,7 @@
 # own with a private /tmp, /run and /etc, so that nothing reaches the host; else exits 77 (skipped).
 TOOL=$1
 PROBE=$2
-. "$(dirname "$0")/assert.sh"
+. "$(dirname "${BASH_SOURCE:-$0}")/assert.sh"
 if [ -z "${TARN_IN_NAMESPACES:-}" ]; then
     [ "$(id -u)" = 0 ] || skip "needs root"
     command -v unshare >/dev/null && command -v ip >/dev/null || skip "no unshare or ip"

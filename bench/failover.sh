@@ -5,15 +5,7 @@
 # changed default route; and tarnnetd's CPU over 60 s while it tracks 16 uplinks with 3 targets
 # each. Prints each figure with its target. Runs as root; takes about 4 minutes.
 set -euo pipefail
-ROOT=$(cd "$(dirname "$0")/.." && pwd)
-
-if [ -z "${TARN_BENCH_READY:-}" ]; then
-    . "$ROOT/scripts/common.sh"
-    bench_build -DBUILD_TESTING=ON
-fi
-set -- "$ROOT/build/tarnnetdtool" "$ROOT/build/tests/platform_probe" "$ROOT/build/tarnnetd/tarnnetd"
-. "$ROOT/tests/system/bus.sh"
-. "$ROOT/tests/system/lib.sh"
+. "$(dirname "$0")/daemon.sh"
 RUNS=20
 UPLINKS=16
 

@@ -3,15 +3,7 @@
 # busctl, in one hyperfine run, and prints the ratio of their medians (tool / busctl). Runs as
 # root inside the system tests' namespaces, against tarnnetd on a private bus with four records.
 set -euo pipefail
-ROOT=$(cd "$(dirname "$0")/.." && pwd)
-
-if [ -z "${TARN_BENCH_READY:-}" ]; then
-    . "$ROOT/scripts/common.sh"
-    bench_build -DBUILD_TESTING=ON
-fi
-set -- "$ROOT/build/tarnnetdtool" "$ROOT/build/tests/platform_probe" "$ROOT/build/tarnnetd/tarnnetd"
-. "$ROOT/tests/system/bus.sh"
-. "$ROOT/tests/system/lib.sh"
+. "$(dirname "$0")/daemon.sh"
 bus_start
 daemon_start
 for i in 1 2 3 4; do
